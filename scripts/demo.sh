@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds the tool and runs the demo into ./demo-out.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/deps.sh
+cmake --preset default >/dev/null
+cmake --build --preset default --target kvcache
+./build/default/cli/kvcache demo "${1:-demo-out}"
