@@ -1,6 +1,6 @@
 # Fails when host-neutral sources include a host implementation or the SDK.
 set(_bad "")
-foreach(_dir geom host cache object groups record explode script ui)
+foreach(_dir geom host res cache object groups record explode script ui)
   file(GLOB _files ${ROOT}/src/${_dir}/*.h ${ROOT}/src/${_dir}/*.cpp)
   foreach(_f ${_files})
     file(STRINGS ${_f} _lines REGEX "#include [<\"](host/standalone|host/max|max\\.h|iparamb2\\.h)")

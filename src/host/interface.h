@@ -65,6 +65,8 @@ class Interface {
   virtual bool DependsOn(const Node* node, const Object* obj) const = 0;
   // A name no node has yet, made from `base` (base itself when free, else base + number).
   virtual std::string MakeUniqueName(const std::string& base) const = 0;
+  // A node carrying `obj` (the host takes ownership), at the scene root.
+  virtual Node* CreateObjectNode(std::unique_ptr<Object> obj, const std::string& name) = 0;
   virtual Node* CreateMeshNode(const Mesh& mesh, const std::string& name) = 0;
   virtual Node* CreatePointHelperNode(const std::string& name) = 0;
   virtual Node* CreateInstanceNode(const Node* of, const std::string& name) = 0;

@@ -15,6 +15,9 @@
 namespace kv::host {
 
 class Control;
+class ISave;
+class ILoad;
+enum class IOResult;
 
 struct ClassId {
   uint32_t a = 0, b = 0;
@@ -46,6 +49,11 @@ class Object {
     (void)t;
     return 0.0f;
   }
+  // A deep copy, for the host's clone and instance-to-copy operations.
+  virtual std::unique_ptr<Object> Clone() const = 0;
+  // The object's own data in the scene file, inside the chunk the host opens for it.
+  virtual bool Save(ISave& s) const = 0;
+  virtual IOResult Load(ILoad& l) = 0;
 };
 
 class Mtl {
@@ -117,7 +125,7 @@ class ISave {
   virtual bool Write(const void* data, size_t bytes) = 0;
 };
 
-enum class IOResult { Ok, Error, End };
+enum class IOResult { Ok, Error, End };  // End: no further chunk
 
 class ILoad {
  public:
