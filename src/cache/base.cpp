@@ -7,14 +7,22 @@ namespace KelvaneTools {
 
 std::string_view ErrorMessage(uint32_t code) {
   switch (code) {
-    case kErrFileNotFound: return kMsgFileNotFound;
-    case kErrNotOpen: return kMsgUnknownFileError;
-    case kErrReadPastEof: return kMsgReadPastEof;
-    case kErrFile: return kMsgUnknownFileError;
-    case kErrException: return kMsgUnhandledException;
-    case kErrInvalidFile: return kMsgInvalidCacheFile;
-    case kErrCancelled: return kMsgCancelled;
-    default: return {};
+    case kErrFileNotFound:
+      return kMsgFileNotFound;
+    case kErrNotOpen:
+      return kMsgUnknownFileError;
+    case kErrReadPastEof:
+      return kMsgReadPastEof;
+    case kErrFile:
+      return kMsgUnknownFileError;
+    case kErrException:
+      return kMsgUnhandledException;
+    case kErrInvalidFile:
+      return kMsgInvalidCacheFile;
+    case kErrCancelled:
+      return kMsgCancelled;
+    default:
+      return {};
   }
 }
 
@@ -45,7 +53,9 @@ kvCacheBase::kvCacheBase(std::string fileName, bool writeMode, int32_t version, 
       step_(step),
       version_(version) {}
 
-kvCacheBase::~kvCacheBase() { Close(); }
+kvCacheBase::~kvCacheBase() {
+  Close();
+}
 
 bool kvCacheBase::OpenFile() {
   if (file_) return true;

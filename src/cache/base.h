@@ -11,13 +11,13 @@ namespace KelvaneTools {
 
 enum CacheError : uint32_t {
   kErrNone = 0,
-  kErrFileNotFound = 1,   // could not be opened
-  kErrNotOpen = 2,        // needed the file open and it was not
-  kErrReadPastEof = 3,    // a read hit the end of the file
-  kErrFile = 4,           // any other read, write, seek or position failure
-  kErrException = 5,      // a host call threw while writing, or samples left unwritten
-  kErrInvalidFile = 6,    // header (or element data) fails its checks
-  kErrCancelled = 7,      // the progress callback answered false
+  kErrFileNotFound = 1,  // could not be opened
+  kErrNotOpen = 2,       // needed the file open and it was not
+  kErrReadPastEof = 3,   // a read hit the end of the file
+  kErrFile = 4,          // any other read, write, seek or position failure
+  kErrException = 5,     // a host call threw while writing, or samples left unwritten
+  kErrInvalidFile = 6,   // header (or element data) fails its checks
+  kErrCancelled = 7,     // the progress callback answered false
 };
 
 // Fixed messages per code; codes 0 and unknown give "".

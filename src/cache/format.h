@@ -37,7 +37,9 @@ inline constexpr size_t kSampleBufferRecords = 53498;
 inline constexpr int kMaxChannel = 99;
 inline constexpr int kNoChannel = -99;  // lowest/highest channel while none has been seen
 
-constexpr bool HasNormalsByte(int version) { return version >= kVersionWithNormals; }
+constexpr bool HasNormalsByte(int version) {
+  return version >= kVersionWithNormals;
+}
 constexpr size_t FaceRecordSize(int version) {
   return version >= kVersionWithNormals ? kFaceSizeV2 : kFaceSizeV1;
 }

@@ -18,16 +18,16 @@ enum class LoadType : int { Stream = 0, PerSample = 1, PreLoad = 2 };
 // sampling results.
 struct ElementFrameState {
   // Inputs.
-  float time = 0;         // cache time in ticks, relative to the cache start
-  bool removed = false;   // removed by a group rule or a distance test
+  float time = 0;          // cache time in ticks, relative to the cache start
+  bool removed = false;    // removed by a group rule or a distance test
   int matIdOverride = -1;  // zero-based material id for every face of the element; -1 none
 
   // Sampling results.
   int32_t sampleA = 0;
-  float fraction = 0;     // weight of sampleB, 0 <= fraction < 1
-  int32_t sampleB = 0;    // meaningful only when interpolate is set
+  float fraction = 0;   // weight of sampleB, 0 <= fraction < 1
+  int32_t sampleB = 0;  // meaningful only when interpolate is set
   bool interpolate = false;
-  bool shown = true;      // cleared when a "Hide" rule hides the element
+  bool shown = true;  // cleared when a "Hide" rule hides the element
   bool beforeRange = false;
   bool afterRange = false;
 };
@@ -37,10 +37,10 @@ struct FrameSettings {
   int outOrt = kOrtHold;  // rule after the last sample
   bool reverse = false;
   bool interpolate = true;
-  bool boxMode = false;          // every element as its bounding box
-  bool deleteInvisible = true;   // remove elements whose stored visibility is 0
-  bool hideInvisible = false;    // otherwise hide their faces in place
-  int hiddenMatId = -1;          // material id for kept invisible elements...
+  bool boxMode = false;           // every element as its bounding box
+  bool deleteInvisible = true;    // remove elements whose stored visibility is 0
+  bool hideInvisible = false;     // otherwise hide their faces in place
+  int hiddenMatId = -1;           // material id for kept invisible elements...
   bool applyHiddenMatId = false;  // ...applied when this is set
   // False while the host plays the animation interactively: elements that would be removed
   // are hidden in place instead, so the topology (and the copy it costs) is kept.

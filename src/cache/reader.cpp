@@ -183,9 +183,8 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
     return false;
   }
   if (h.numSamples > 0) {
-    const uint64_t tableEnd =
-        uint64_t(h.sampleTableOffset) + uint64_t(h.numSamples - 1) * uint64_t(h.sampleStride) +
-        blockBytes;
+    const uint64_t tableEnd = uint64_t(h.sampleTableOffset) +
+                              uint64_t(h.numSamples - 1) * uint64_t(h.sampleStride) + blockBytes;
     if (tableEnd > fileSize) {
       error_ = kErrReadPastEof;
       return false;
@@ -308,9 +307,9 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
           std::memcpy(n, p + kFaceFixedPart, 3 * kPointSize);
         } else {  // flat normals for elements that carry none
           const kv::Point3& a = combined_.verts[face.v[0]];
-          const kv::Point3 fn = kv::CrossProd(combined_.verts[face.v[1]] - a,
-                                              combined_.verts[face.v[2]] - a)
-                                    .Normalized();
+          const kv::Point3 fn =
+              kv::CrossProd(combined_.verts[face.v[1]] - a, combined_.verts[face.v[2]] - a)
+                  .Normalized();
           n[0] = n[1] = n[2] = fn;
         }
       }
@@ -429,8 +428,8 @@ const kv::Mesh& kvCacheReader::ElementBoxMesh(int i) const {
   slot->faces.resize(12);
   slot->faceSel.SetSize(12, false);
   const CacheElement& el = elements_[size_t(i)];
-  WriteBox(el.bounds, el.matIds.empty() ? 0 : el.matIds[0], slot->verts.data(),
-           slot->faces.data(), 0);
+  WriteBox(el.bounds, el.matIds.empty() ? 0 : el.matIds[0], slot->verts.data(), slot->faces.data(),
+           0);
   return *slot;
 }
 
@@ -443,7 +442,9 @@ bool kvCacheReader::MapTimeToSamples(const FrameSettings& s, ElementFrameState& 
 bool kvCacheReader::IsSampleLoaded(int32_t s) const {
   return s >= 0 && size_t(s) < blocks_.size() && blocks_[size_t(s)] != nullptr;
 }
-int32_t kvCacheReader::NumSamplesLoaded() const { return loadedCount_; }
+int32_t kvCacheReader::NumSamplesLoaded() const {
+  return loadedCount_;
+}
 bool kvCacheReader::AllSamplesLoaded() const {
   return indexed_ && loadedCount_ == header_.numSamples;
 }
@@ -688,7 +689,8 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
       const int32_t sf = s.boxMode ? e * 12 : elements_[size_t(e)].faceOffset;
       const int32_t nf = s.boxMode ? 12 : elements_[size_t(e)].numFaces;
       const int32_t of = scratch.outFace[size_t(e)];
-      for (int32_t j = 0; j < nf; ++j) out.faces[size_t(of + j)].flags = src.faces[size_t(sf + j)].flags;
+      for (int32_t j = 0; j < nf; ++j)
+        out.faces[size_t(of + j)].flags = src.faces[size_t(sf + j)].flags;
     });
     scratch.touched.ClearAll();
   }

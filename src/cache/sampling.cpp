@@ -7,7 +7,9 @@
 namespace KelvaneTools {
 
 namespace {
-bool Cyclic(int ort) { return ort == kOrtLoop || ort == kOrtPingPong; }
+bool Cyclic(int ort) {
+  return ort == kOrtLoop || ort == kOrtPingPong;
+}
 }  // namespace
 
 bool MapTimeToSamples(int32_t step, int32_t numSamples, const FrameSettings& s,

@@ -2,14 +2,14 @@
 // order, so that a test states the layout it expects instead of trusting our writer.
 #pragma once
 
+#include <unistd.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
-
-#include <unistd.h>
 
 namespace kvtest {
 

@@ -70,8 +70,7 @@ class FakeHost : public kv::host::Interface {
   }
   bool DependsOn(const kv::host::Node*, const kv::host::Object*) const override { return false; }
   std::string MakeUniqueName(const std::string& b) const override { return b; }
-  kv::host::Node* CreateObjectNode(std::unique_ptr<kv::host::Object>,
-                                   const std::string&) override {
+  kv::host::Node* CreateObjectNode(std::unique_ptr<kv::host::Object>, const std::string&) override {
     return nullptr;
   }
   kv::host::Node* CreateMeshNode(const kv::Mesh&, const std::string&) override { return nullptr; }
@@ -80,9 +79,7 @@ class FakeHost : public kv::host::Interface {
     return nullptr;
   }
   void DeleteNode(kv::host::Node*) override {}
-  std::unique_ptr<kv::host::Control> NewControl(kv::host::ControlKind) override {
-    return nullptr;
-  }
+  std::unique_ptr<kv::host::Control> NewControl(kv::host::ControlKind) override { return nullptr; }
 
   std::unique_ptr<kv::host::MtlLib> NewMtlLib() override { return std::make_unique<FakeLib>(); }
   bool LoadMaterialLibrary(const std::string& path, kv::host::MtlLib& into) override {

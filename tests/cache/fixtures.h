@@ -29,7 +29,9 @@ inline Bytes TwoElementCache(uint8_t version) {
   f.i32(4).str("Cube").f32(0).f32(0).f32(0).f32(1).f32(1).f32(0);
   f.i32(3).i32(1).i32(2).i32(1).i32(3).i32(3).i32(1);
   if (v2) f.u8(1);
-  f.i32(6).str(std::string("W\xC3\xBC" "rfel").substr(0, 6));
+  f.i32(6).str(std::string("W\xC3\xBC"
+                           "rfel")
+                   .substr(0, 6));
   f.f32(5).f32(5).f32(5).f32(6).f32(6).f32(5);
   f.i32(3).i32(1).i32(1).i32(3).i32(3);
   if (v2) f.u8(0);

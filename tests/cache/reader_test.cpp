@@ -1,6 +1,7 @@
+#include "cache/reader.h"
+
 #include <gtest/gtest.h>
 
-#include "cache/reader.h"
 #include "fake_host.h"
 #include "fixtures.h"
 

@@ -108,8 +108,12 @@ TEST(MapTimeToSamples, SingleAndNoSample) {
       const Mapped m = Map(pos, 1, ort == kOrtHide ? kOrtHold : ort, ort);
       EXPECT_EQ(m.a, 0);
       EXPECT_FALSE(m.interp);
-      if (ort == kOrtHide) EXPECT_FALSE(m.shown);
-      if (ort == kOrtHold) EXPECT_TRUE(m.shown);
+      if (ort == kOrtHide) {
+        EXPECT_FALSE(m.shown);
+      }
+      if (ort == kOrtHold) {
+        EXPECT_TRUE(m.shown);
+      }
     }
   }
   const Mapped none = Map(0, 0, kOrtHold, kOrtHold);
