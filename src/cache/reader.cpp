@@ -592,6 +592,20 @@ kv::Matrix3 kvCacheReader::ElementTransform(int e, const ElementFrameState& r) c
 
 // ---------------------------------------------------------------------------- frames
 
+namespace {
+// p x M over packed float triples; the matrix lives in registers for the whole element.
+void TransformPoints(const kv::Matrix3& m, const float* __restrict in, float* __restrict out,
+                     int32_t n) {
+  const kv::Point3 r0 = m.GetRow(0), r1 = m.GetRow(1), r2 = m.GetRow(2), r3 = m.GetRow(3);
+  for (int32_t j = 0; j < n; ++j, in += 3, out += 3) {
+    const float x = in[0], y = in[1], z = in[2];
+    out[0] = x * r0.x + y * r1.x + z * r2.x + r3.x;
+    out[1] = x * r0.y + y * r1.y + z * r2.y + r3.y;
+    out[2] = x * r0.z + y * r1.z + z * r2.z + r3.z;
+  }
+}
+}  // namespace
+
 void kvCacheReader::RebuildTopology(kv::Mesh& out, const FrameSettings& s,
                                     FrameScratch& scratch) const {
   const kv::Mesh& src = s.boxMode ? combinedBox_ : combined_;
@@ -704,9 +718,8 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
     const int32_t nv = s.boxMode ? 8 : elements_[size_t(e)].numVerts;
     const int32_t sf = s.boxMode ? e * 12 : elements_[size_t(e)].faceOffset;
     const int32_t nf = s.boxMode ? 12 : elements_[size_t(e)].numFaces;
-    const kv::Point3* in = src.verts.data() + sv;
-    kv::Point3* o = out.verts.data() + scratch.outVert[size_t(e)];
-    for (int32_t j = 0; j < nv; ++j) o[j] = m.PointTransform(in[j]);
+    TransformPoints(m, reinterpret_cast<const float*>(src.verts.data() + sv),
+                    reinterpret_cast<float*>(out.verts.data() + scratch.outVert[size_t(e)]), nv);
     const int32_t of = scratch.outFace[size_t(e)];
     if (normals) {
       const kv::Point3* ns = src.specNormals.data() + size_t(sf) * 3;

@@ -99,7 +99,7 @@ class kvCacheWriter : public kvCacheBase {
     uint16_t matIdOffset = 0;
   };
   bool BuildCombinedMaterial();
-  bool Flush(std::vector<uint8_t>& buf);
+  bool Flush(std::vector<uint8_t>& buf, size_t& used);
   bool WriteElements(int version, uint64_t& written, uint64_t predicted);
   bool WriteSamples(int32_t numSamples, std::span<const ElementLifetime> lifetimes,
                     uint8_t& hasVisibility);
