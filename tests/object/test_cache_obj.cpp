@@ -12,6 +12,7 @@
 #include "cache/reader.h"
 #include "cache/registry.h"
 #include "host/standalone/scene.h"
+#include "host/standalone/scene_file.h"
 #include "object/cache_obj.h"
 #include "object/object_io.h"
 
@@ -448,6 +449,37 @@ TEST_F(CacheObjTest, SavedChunksMatchHandBuiltBytesAndRoundTrip) {
     MemLoad cut(save.bytes.substr(0, n));
     EXPECT_EQ(t.Load(cut), host::IOResult::Error) << n;
   }
+}
+
+TEST_F(CacheObjTest, TravelsWithTheSceneFileThroughTheClassRegistry) {
+  KelvaneTools::kvCacheRegistry shared;
+  standalone::ClassRegistry classes;
+  classes.Register(host::kKvCacheClassId, [&](standalone::Scene& sc) {
+    return std::make_unique<kvCache_obj>(sc, shared, true);
+  });
+  // The scene owns the object, so it goes before the registry the object leaves on its way.
+  standalone::Scene source;
+  auto o = std::make_unique<kvCache_obj>(source, shared, false);
+  o->Params().SetString(P::kFileName, Standard());
+  o->SelectSubComponent(std::vector<uint32_t>{2}, true, true);
+  o->Groups().addNamed("Kept");
+  kvCache_obj* raw = o.get();
+  source.CreateNode(std::move(o), "Cache");
+  raw->BuildMesh(0);
+  const std::string file = dir + "/scene.kvs";
+  std::string err;
+  ASSERT_TRUE(standalone::SaveScene(source, file, err)) << err;
+  auto loaded = standalone::LoadScene(file, err, classes);
+  ASSERT_TRUE(loaded) << err;
+  host::Node* n = loaded->GetNodeByName("Cache");
+  ASSERT_NE(n, nullptr);
+  auto* back = dynamic_cast<kvCache_obj*>(n->GetObjectRef());
+  ASSERT_NE(back, nullptr);
+  EXPECT_EQ(back->Selection(), (std::set<uint32_t>{2}));
+  EXPECT_EQ(back->Groups().count(), 1);
+  back->BuildMesh(4 * 160);
+  ASSERT_EQ(back->GetMesh().numVerts(), 9);
+  EXPECT_FLOAT_EQ(X(*back, 2), 240.0f);
 }
 
 TEST(ObjectIo, BitArrayAndControllerBytes) {
