@@ -1,6 +1,7 @@
 // A resizable set of bits, packed 64 to a word.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -34,7 +35,7 @@ class BitArray {
   // Calls f(i) for every set bit in ascending order.
   template <class F>
   void ForEachSet(F&& f) const {
-    for (size_t w = 0; w < words_.size(); ++w) {
+    for (std::size_t w = 0; w < words_.size(); ++w) {
       uint64_t bits = words_[w];
       while (bits) {
         const int b = __builtin_ctzll(bits);

@@ -1,0 +1,277 @@
+#include "geom/affine.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+namespace kv {
+
+namespace {
+
+// 3x3 in double, row-vector convention like Matrix3. The decomposition squares the matrix,
+// so it works in double to keep single-precision accuracy in the result.
+struct Mat {
+  double m[3][3];
+};
+
+// Stretch factors closer than this (relative to the largest) are treated as equal, so that
+// float noise in a uniform scale does not pick an arbitrary stretch rotation.
+constexpr double kEqualStretch = 2e-6;
+// Singular values below this (relative to the largest) are a collapsed axis.
+constexpr double kCollapsed = 1e-7;
+
+using V3 = std::array<double, 3>;
+
+double Dot(const V3& a, const V3& b) {
+  return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
+V3 Cross(const V3& a, const V3& b) {
+  return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+}
+V3 Unit(const V3& a) {
+  const double l = std::sqrt(Dot(a, a));
+  return l > 0 ? V3{a[0] / l, a[1] / l, a[2] / l} : V3{0, 0, 0};
+}
+// Any unit vector perpendicular to a unit vector.
+V3 Perpendicular(const V3& a) {
+  const int small = std::fabs(a[0]) < std::fabs(a[1]) ? (std::fabs(a[0]) < std::fabs(a[2]) ? 0 : 2)
+                                                      : (std::fabs(a[1]) < std::fabs(a[2]) ? 1 : 2);
+  V3 e{0, 0, 0};
+  e[small] = 1;
+  return Unit(Cross(a, e));
+}
+
+double Det(const V3& a, const V3& b, const V3& c) {
+  return Dot(a, Cross(b, c));
+}
+
+Matrix3 ToMatrix3(const V3 rows[3]) {
+  Matrix3 r;
+  for (int i = 0; i < 3; ++i)
+    r.SetRow(i, {static_cast<float>(rows[i][0]), static_cast<float>(rows[i][1]),
+                 static_cast<float>(rows[i][2])});
+  return r;
+}
+
+// Cyclic Jacobi on a symmetric matrix: on return a is diagonal (the eigenvalues) and the
+// columns of v are the eigenvectors.
+void Jacobi(Mat& a, Mat& v) {
+  v = {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+  for (int sweep = 0; sweep < 50; ++sweep) {
+    const double off = a.m[0][1] * a.m[0][1] + a.m[0][2] * a.m[0][2] + a.m[1][2] * a.m[1][2];
+    const double diag = a.m[0][0] * a.m[0][0] + a.m[1][1] * a.m[1][1] + a.m[2][2] * a.m[2][2];
+    if (off <= 1e-32 * diag || off == 0) return;
+    for (int p = 0; p < 2; ++p) {
+      for (int q = p + 1; q < 3; ++q) {
+        const double apq = a.m[p][q];
+        if (apq == 0) continue;
+        const double theta = (a.m[q][q] - a.m[p][p]) / (2 * apq);
+        // The smaller root of t^2 + 2 theta t - 1 = 0 keeps the rotation under 45 degrees.
+        const double t =
+            std::fabs(theta) > 1e100
+                ? 0.5 / theta
+                : (theta >= 0 ? 1 : -1) / (std::fabs(theta) + std::sqrt(theta * theta + 1));
+        const double c = 1 / std::sqrt(t * t + 1), s = t * c;
+        for (int k = 0; k < 3; ++k) {
+          const double akp = a.m[k][p], akq = a.m[k][q];
+          a.m[k][p] = c * akp - s * akq;
+          a.m[k][q] = s * akp + c * akq;
+        }
+        for (int k = 0; k < 3; ++k) {
+          const double apk = a.m[p][k], aqk = a.m[q][k];
+          a.m[p][k] = c * apk - s * aqk;
+          a.m[q][k] = s * apk + c * aqk;
+        }
+        for (int k = 0; k < 3; ++k) {
+          const double vkp = v.m[k][p], vkq = v.m[k][q];
+          v.m[k][p] = c * vkp - s * vkq;
+          v.m[k][q] = s * vkp + c * vkq;
+        }
+      }
+    }
+  }
+}
+
+// Among the rotations that describe the same stretch (the stretch axes permuted and their
+// signs flipped), picks the one closest to the identity and reorders k to match. Stretches
+// that are equal along several axes leave a whole family of rotations; the closest of the
+// family is chosen. Input: axes[i] (unit, right-handed or not) carries factor k[i].
+Quat Snuggle(const V3 axes[3], double k[3]) {
+  const double kmax = std::max({std::fabs(k[0]), std::fabs(k[1]), std::fabs(k[2])});
+  const double tol = kEqualStretch * kmax;
+  const bool e01 = std::fabs(k[0] - k[1]) <= tol, e02 = std::fabs(k[0] - k[2]) <= tol,
+             e12 = std::fabs(k[1] - k[2]) <= tol;
+  if ((e01 && e02) || (e01 && e12) || (e02 && e12)) {
+    const double mean = (k[0] + k[1] + k[2]) / 3;
+    k[0] = k[1] = k[2] = mean;
+    return {};
+  }
+  if (e01 || e02 || e12) {
+    // One distinct axis d: put it on the coordinate axis it is nearest to by the smallest
+    // rotation; the equal pair fills the other two slots.
+    const int c = e01 ? 2 : (e02 ? 1 : 0);
+    const double pair = (k[0] + k[1] + k[2] - k[c]) / 2;
+    const double kc = k[c];
+    const V3& d = axes[c];
+    int j = 0;
+    for (int i = 1; i < 3; ++i)
+      if (std::fabs(d[i]) > std::fabs(d[j])) j = i;
+    const double s = d[j] < 0 ? -1 : 1;
+    const V3 to{s * d[0], s * d[1], s * d[2]};
+    V3 from{0, 0, 0};
+    from[j] = 1;
+    const V3 axis = Cross(from, to);
+    const Quat u = Quat(static_cast<float>(axis[0]), static_cast<float>(axis[1]),
+                        static_cast<float>(axis[2]), static_cast<float>(1 + Dot(from, to)))
+                       .Normalized();
+    k[0] = k[1] = k[2] = pair;
+    k[j] = kc;
+    return u;
+  }
+  // Distinct factors: 6 permutations x sign choices; keep the right-handed one with the
+  // largest trace (the smallest rotation angle).
+  static constexpr int kPerms[6][3] = {{0, 1, 2}, {1, 2, 0}, {2, 0, 1},
+                                       {0, 2, 1}, {2, 1, 0}, {1, 0, 2}};
+  const double handed = Det(axes[0], axes[1], axes[2]) < 0 ? -1 : 1;
+  double bestTrace = -4;
+  int bestPerm = 0;
+  double bestSign[3] = {1, 1, 1};
+  for (int p = 0; p < 6; ++p) {
+    double sign[3], diag[3], product = 1;
+    for (int i = 0; i < 3; ++i) {
+      diag[i] = axes[kPerms[p][i]][i];
+      sign[i] = diag[i] < 0 ? -1 : 1;
+      product *= sign[i];
+    }
+    const double parity = p < 3 ? 1 : -1;
+    if (product * parity * handed < 0) {
+      int weakest = 0;
+      for (int i = 1; i < 3; ++i)
+        if (std::fabs(diag[i]) < std::fabs(diag[weakest])) weakest = i;
+      sign[weakest] = -sign[weakest];
+    }
+    const double trace = sign[0] * diag[0] + sign[1] * diag[1] + sign[2] * diag[2];
+    if (trace > bestTrace) {
+      bestTrace = trace;
+      bestPerm = p;
+      std::copy(sign, sign + 3, bestSign);
+    }
+  }
+  V3 rows[3];
+  double kp[3];
+  for (int i = 0; i < 3; ++i) {
+    const int src = kPerms[bestPerm][i];
+    rows[i] = {bestSign[i] * axes[src][0], bestSign[i] * axes[src][1], bestSign[i] * axes[src][2]};
+    kp[i] = k[src];
+  }
+  std::copy(kp, kp + 3, k);
+  return Quat(ToMatrix3(rows));
+}
+
+}  // namespace
+
+AffineParts DecompAffine(const Matrix3& m) {
+  AffineParts parts;
+  parts.t = m.GetTrans();
+  V3 a[3];
+  double scale = 0;
+  for (int i = 0; i < 3; ++i) {
+    const Point3 r = m.GetRow(i);
+    a[i] = {r.x, r.y, r.z};
+    for (double x : a[i]) scale = std::max(scale, std::fabs(x));
+  }
+  if (!(scale > 0) || !std::isfinite(scale)) {
+    parts.k = {0, 0, 0};
+    return parts;
+  }
+  for (V3& r : a)
+    for (double& x : r) x /= scale;
+
+  // With A = S Q (S symmetric, Q orthogonal), A A^T = S^2: its eigenvectors are the stretch
+  // axes and the square roots of its eigenvalues the stretch factors. This is the singular
+  // value decomposition A = V sigma W^T, and Q = V W^T; unlike the polar iteration it stays
+  // defined when A is singular.
+  Mat b, v;
+  for (int i = 0; i < 3; ++i)
+    for (int j = 0; j < 3; ++j) b.m[i][j] = Dot(a[i], a[j]);
+  Jacobi(b, v);
+  int order[3] = {0, 1, 2};
+  std::sort(order, order + 3, [&b](int x, int y) { return b.m[x][x] > b.m[y][y]; });
+  V3 axis[3];  // eigenvectors, largest stretch first
+  double sigma[3];
+  for (int i = 0; i < 3; ++i) {
+    const int c = order[i];
+    axis[i] = {v.m[0][c], v.m[1][c], v.m[2][c]};
+    sigma[i] = std::sqrt(std::max(0.0, b.m[c][c]));
+  }
+  // w_i = A^T v_i / sigma_i, made exactly orthonormal; collapsed axes are completed by cross
+  // products, with the handedness that makes Q a rotation (a singular matrix has no sign).
+  V3 w[3];
+  int rank = 0;
+  for (int i = 0; i < 3; ++i) {
+    if (sigma[i] <= kCollapsed * sigma[0]) break;
+    V3 wi{0, 0, 0};
+    for (int r = 0; r < 3; ++r)
+      for (int c = 0; c < 3; ++c) wi[c] += a[r][c] * axis[i][r];
+    for (int j = 0; j < i; ++j) {
+      const double d = Dot(wi, w[j]);
+      for (int c = 0; c < 3; ++c) wi[c] -= d * w[j][c];
+    }
+    w[i] = Unit(wi);
+    ++rank;
+  }
+  for (int i = rank; i < 3; ++i) sigma[i] = 0;
+  const double handed = Det(axis[0], axis[1], axis[2]) < 0 ? -1 : 1;
+  if (rank < 2) w[1] = Perpendicular(w[0]);
+  if (rank < 3) {
+    w[2] = Cross(w[0], w[1]);
+    for (double& x : w[2]) x *= handed;
+  }
+
+  // Q = V W^T: row r is sum_i V[r][i] w_i.
+  V3 q[3];
+  for (int r = 0; r < 3; ++r)
+    for (int c = 0; c < 3; ++c)
+      q[r][c] = axis[0][r] * w[0][c] + axis[1][r] * w[1][c] + axis[2][r] * w[2][c];
+  if (Det(q[0], q[1], q[2]) < 0) {
+    parts.f = -1;
+    for (V3& r : q)
+      for (double& x : r) x = -x;
+  }
+  parts.q = Quat(ToMatrix3(q));
+
+  double k[3] = {sigma[0] * scale, sigma[1] * scale, sigma[2] * scale};
+  parts.u = Snuggle(axis, k);
+  parts.k = {static_cast<float>(k[0]), static_cast<float>(k[1]), static_cast<float>(k[2])};
+  return parts;
+}
+
+Matrix3 ComposeAffine(const AffineParts& p) {
+  const Matrix3 u = p.u.ToMatrix();
+  // inverse(U) x Scale(k) x U is the symmetric stretch S(i, j) = sum_m U(m, i) k_m U(m, j).
+  Point3 s[3];
+  for (int i = 0; i < 3; ++i)
+    for (int j = 0; j < 3; ++j)
+      s[i][j] = u.GetRow(0)[i] * p.k.x * u.GetRow(0)[j] + u.GetRow(1)[i] * p.k.y * u.GetRow(1)[j] +
+                u.GetRow(2)[i] * p.k.z * u.GetRow(2)[j];
+  const Matrix3 q = p.q.ToMatrix();
+  Matrix3 r;
+  for (int i = 0; i < 3; ++i) r.SetRow(i, q.VectorTransform(s[i] * p.f));
+  r.SetTrans(p.t);
+  return r;
+}
+
+Matrix3 BlendTransforms(const Matrix3& a, const Matrix3& b, float f) {
+  const AffineParts pa = DecompAffine(a);
+  const AffineParts pb = DecompAffine(b);
+  const float g = 1 - f;
+  AffineParts p;
+  p.t = pa.t * g + pb.t * f;
+  p.k = pa.k * g + pb.k * f;
+  p.f = pa.f * g + pb.f * f;
+  p.q = Slerp(pa.q, pb.q.Closest(pa.q), f);
+  p.u = Slerp(pa.u, pb.u.Closest(pa.u), f);
+  return ComposeAffine(p);
+}
+
+}  // namespace kv

@@ -1,0 +1,146 @@
+#include "object/time_mapping.h"
+
+#include <algorithm>
+
+namespace kv {
+
+int SubSteps(int stepsIndex) {
+  return 1 << std::clamp(stepsIndex, 0, 3);
+}
+
+int SliceTicks(int ticksPerFrame, int stepsIndex) {
+  const int d = SubSteps(stepsIndex);
+  return ticksPerFrame > d ? ticksPerFrame / d : ticksPerFrame;
+}
+
+float GlobalCacheTime(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
+                      const CacheTiming& cache) {
+  const float tpf = static_cast<float>(scene.ticksPerFrame);
+  const float sceneRate = static_cast<float>(scene.frameRate);
+  const float cacheRate = static_cast<float>(std::max(cache.fps, 1));
+  if (p.useGraph) return p.frame * tpf * (sceneRate / cacheRate);
+
+  const float start = p.StartTicks(scene);
+  const float tf = static_cast<float>(t);
+  float result;
+  if (tf > start && p.speedAt) {
+    // The speed is sampled at the left end of each slice; the last slice ends exactly at t.
+    // No frame-rate ratio here: an animated speed already says how fast the cache runs.
+    const int64_t step = std::max(SliceTicks(scene.ticksPerFrame, p.speedSteps), 1);
+    int64_t u = static_cast<int64_t>(start);
+    double acc = 0.0;
+    while (u < t) {
+      const int64_t h = std::min<int64_t>(step, t - u);
+      const float speed = p.speedAt(static_cast<TimeValue>(u));
+      u += h;
+      acc += static_cast<double>(h) * speed;
+    }
+    result = static_cast<float>(acc);
+  } else {
+    const float ratio = sceneRate / static_cast<float>(std::max(p.fps, 1));
+    // Before the start the cache runs at speed 1, so the in-range rule sees a plain offset.
+    const float speed = tf < start ? 1.0f : p.speed;
+    result = speed * ratio * (tf - start);
+  }
+  if (p.reverse) result = static_cast<float>(cache.Length()) - result;
+  return result;
+}
+
+PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
+                               const CacheTiming& cache, bool triggersActive,
+                               std::span<const GroupRule> groups,
+                               std::span<ElementPlayback> elements,
+                               std::vector<DistanceCheck>& distance, PassScratch& scratch) {
+  PassResult r;
+  const float global = GlobalCacheTime(t, p, scene, cache);
+  r.globalTime = global;
+  r.reverse = !p.useGraph && p.reverse;
+  r.inORT = r.reverse ? p.outORT : p.inORT;
+  r.outORT = r.reverse ? p.inORT : p.outORT;
+  distance.clear();
+
+  for (ElementPlayback& e : elements) {
+    e.time = global;
+    e.matId = e.matId2 = -1;
+    e.hasMatId = e.hasMatId2 = false;
+    e.removed = false;
+  }
+
+  const int64_t tpf = scene.ticksPerFrame;
+  const float start = p.StartTicks(scene);
+  if (triggersActive) {
+    const int64_t base = r.reverse ? cache.LastSample() : 0;
+    for (ElementPlayback& e : elements) {
+      if (!e.triggered) {
+        e.time = static_cast<float>(base * tpf);
+      } else if (e.triggerTime <= t) {
+        if (!p.useGraph) {
+          const float since = static_cast<float>(e.triggerTime) - start;
+          e.time = r.reverse ? since + global : global - since;
+        }
+      } else {
+        // Not yet due: a time before the first (or past the last) sample, so the range rules
+        // decide what it shows while it waits.
+        e.time = static_cast<float>(r.reverse ? (base + 1) * tpf - t + e.triggerTime
+                                              : (base - 1) * tpf - e.triggerTime + t);
+      }
+    }
+  }
+  if (groups.empty()) return r;
+
+  scratch.afterTriggers.resize(elements.size());
+  for (size_t i = 0; i < elements.size(); ++i) scratch.afterTriggers[i] = elements[i].time;
+
+  const float rateRatio =
+      static_cast<float>(scene.frameRate) / static_cast<float>(std::max(cache.fps, 1));
+  const float length = static_cast<float>(cache.Length());
+  const float tpff = static_cast<float>(tpf);
+  const int64_t count = static_cast<int64_t>(elements.size());
+  for (const GroupRule& g : groups) {
+    if (!g.enabled) continue;
+    const float delayTicks = g.delay * tpff;
+    const float ageTicks = g.deleteAge * tpff * rateRatio;
+    const float frameTicks = g.frame * tpff * rateRatio;
+    const float limit = g.deleteDistance * g.deleteDistance;
+    const bool useCurrentAge = g.trigger || !triggersActive;
+    for (const int32_t idx : g.elements) {
+      if (idx < 0 || idx >= count) continue;
+      ElementPlayback& e = elements[idx];
+      if (e.removed) continue;
+      if (triggersActive && g.trigger && (!e.triggered || e.triggerTime > t)) continue;
+      switch (g.mode) {
+        case kModeDelete:
+          if (g.deleteByAge) {
+            float age = useCurrentAge ? e.time : global;
+            if (r.reverse) age = length - age;
+            // An age of 0 removes every element of the group, even one not started yet.
+            if (g.deleteAge <= 0.0f || age >= ageTicks) e.removed = true;
+          }
+          if (g.deleteByDistance && !e.removed) distance.push_back({idx, limit});
+          break;
+        case kModeHoldIn:
+          e.time = 0.0f;
+          break;
+        case kModeHoldOut:
+          e.time = length;
+          break;
+        case kModeDelay:
+          e.time = r.reverse ? scratch.afterTriggers[idx] + delayTicks
+                             : scratch.afterTriggers[idx] - delayTicks;
+          break;
+        case kModeSetFrame:
+          e.time = frameTicks;
+          break;
+        case kModeSetMatId:
+          e.matId = g.matIndex;
+          e.hasMatId = g.matIndex >= 0;
+          break;
+        default:
+          break;
+      }
+    }
+  }
+  return r;
+}
+
+}  // namespace kv

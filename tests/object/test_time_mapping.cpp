@@ -1,0 +1,287 @@
+// Scene time to cache time, per-element times with triggers and group rules, unit factors.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "object/time_mapping.h"
+#include "object/units.h"
+
+namespace kv {
+namespace {
+
+constexpr int kTpf = 160;
+const SceneTiming kScene30{kTpf, 30};
+
+CacheTiming Cache(int samples, int fps = 30, int elements = 4) {
+  return {fps, samples, elements};
+}
+
+TEST(GlobalCacheTime, ConstantSpeedStartAndFrameRates) {
+  PlaybackSettings p;
+  p.start = 10;
+  // One frame before the start the cache runs at speed 1, whatever the speed parameter says.
+  p.speed = 5.0f;
+  EXPECT_FLOAT_EQ(GlobalCacheTime(9 * kTpf, p, kScene30, Cache(100)), -kTpf);
+  EXPECT_FLOAT_EQ(GlobalCacheTime(10 * kTpf, p, kScene30, Cache(100)), 0.0f);
+
+  // Speed 2 counted at 15 fps in a 30 fps scene: both double the pace.
+  p.speed = 2.0f;
+  p.fps = 15;
+  EXPECT_FLOAT_EQ(GlobalCacheTime(20 * kTpf, p, kScene30, Cache(100)), 2 * 2 * 10 * kTpf);
+
+  // A 25 fps scene (192 ticks per frame) played at 25 fps runs one to one.
+  p.speed = 1.0f;
+  p.fps = 25;
+  p.start = 0;
+  EXPECT_FLOAT_EQ(GlobalCacheTime(7 * 192, p, {192, 25}, Cache(100)), 7 * 192);
+}
+
+TEST(GlobalCacheTime, AnimatedSpeedIntegratesSlicesAndIgnoresFps) {
+  PlaybackSettings p;
+  p.start = 2;
+  p.fps = 15;  // must not matter while the speed is animated
+  p.speedSteps = 3;
+  std::vector<TimeValue> sampled;
+  p.speedAt = [&](TimeValue u) {
+    sampled.push_back(u);
+    return u < 400 ? 1.0f : 3.0f;
+  };
+  // From 320 to 450: slices of 20 ticks sampled at their left ends, the last one 10 ticks.
+  const float r = GlobalCacheTime(450, p, kScene30, Cache(100));
+  const std::vector<TimeValue> want = {320, 340, 360, 380, 400, 420, 440};
+  EXPECT_EQ(sampled, want);
+  EXPECT_FLOAT_EQ(r, 80 * 1.0f + 50 * 3.0f);
+
+  // Whole-frame slices when the steps are off.
+  sampled.clear();
+  p.speedSteps = 0;
+  GlobalCacheTime(320 + 3 * kTpf, p, kScene30, Cache(100));
+  EXPECT_EQ(sampled, (std::vector<TimeValue>{320, 480, 640}));
+
+  // Before the start the animated speed is not consulted, but the frame-rate ratio is.
+  sampled.clear();
+  EXPECT_FLOAT_EQ(GlobalCacheTime(160, p, kScene30, Cache(100)), -320.0f);
+  EXPECT_TRUE(sampled.empty());
+}
+
+TEST(GlobalCacheTime, ReverseAndGraph) {
+  PlaybackSettings p;
+  p.start = 5;
+  p.reverse = true;
+  // 31 samples at 30 fps: L = 160 * 30. At the start frame the last sample shows.
+  EXPECT_FLOAT_EQ(GlobalCacheTime(5 * kTpf, p, kScene30, Cache(31)), 160.0f * 30);
+  EXPECT_FLOAT_EQ(GlobalCacheTime(6 * kTpf, p, kScene30, Cache(31)), 160.0f * 29);
+  // L truncates 4800 / fps before multiplying: 7 fps gives 685 ticks per cache frame.
+  EXPECT_FLOAT_EQ(GlobalCacheTime(5 * kTpf, p, kScene30, Cache(3, 7)), 685.0f * 2);
+
+  // The graph ignores start, speed and reverse; frame 12.5 lies halfway between 12 and 13.
+  p.useGraph = true;
+  p.frame = 12.5f;
+  p.speed = 4.0f;
+  EXPECT_FLOAT_EQ(GlobalCacheTime(0, p, kScene30, Cache(31)), 12.5f * kTpf);
+  // A 60 fps cache in a 30 fps scene: graph frames count scene frames.
+  EXPECT_FLOAT_EQ(GlobalCacheTime(0, p, kScene30, Cache(31, 60)), 12.5f * kTpf * 0.5f);
+}
+
+struct Pass {
+  std::vector<ElementPlayback> el;
+  std::vector<DistanceCheck> dist;
+  PassScratch scratch;
+  explicit Pass(int n) : el(n) {}
+  PassResult Run(TimeValue t, const PlaybackSettings& p, const CacheTiming& c, bool trig,
+                 std::span<const GroupRule> groups = {}) {
+    return ComputeElementTimes(t, p, kScene30, c, trig, groups, el, dist, scratch);
+  }
+};
+
+TEST(ElementTimes, TriggersMoveEachElementToItsOwnClock) {
+  PlaybackSettings p;
+  p.start = 1;  // 160 ticks
+  Pass s(3);
+  s.el[0].triggered = true, s.el[0].triggerTime = 400;
+  s.el[1].triggered = true, s.el[1].triggerTime = 1000;
+  const TimeValue t = 800;
+  s.el[2].removed = true;  // stale from an earlier pass
+  s.el[2].matId = 4, s.el[2].hasMatId = true;
+  s.Run(t, p, Cache(31), true);
+  const float global = 800 - 160;
+  EXPECT_FLOAT_EQ(s.el[0].time, global - (400 - 160));  // started 240 ticks late
+  EXPECT_FLOAT_EQ(s.el[1].time, -kTpf - 1000 + 800);    // still waiting: before the first sample
+  EXPECT_FLOAT_EQ(s.el[2].time, 0.0f);                  // never triggered: the first sample
+  EXPECT_FALSE(s.el[2].removed);
+  EXPECT_FALSE(s.el[2].hasMatId);
+  EXPECT_EQ(s.el[2].matId, -1);
+
+  // Reverse: waiting elements sit past the last sample, untriggered ones on it.
+  p.reverse = true;
+  const PassResult r = s.Run(t, p, Cache(31), true);
+  const float L = 160.0f * 30;
+  EXPECT_FLOAT_EQ(s.el[0].time, (400 - 160) + (L - global));
+  EXPECT_FLOAT_EQ(s.el[1].time, 31 * kTpf - 800 + 1000);
+  EXPECT_FLOAT_EQ(s.el[2].time, 30 * kTpf);
+  EXPECT_TRUE(r.reverse);
+
+  // Inactive triggers leave everything on the global clock.
+  s.Run(t, p, Cache(31), false);
+  for (const auto& e : s.el) EXPECT_FLOAT_EQ(e.time, L - global);
+
+  // Under the graph a triggered element keeps the graph time.
+  p.useGraph = true;
+  p.frame = 3;
+  s.Run(t, p, Cache(31), true);
+  EXPECT_FLOAT_EQ(s.el[0].time, 3.0f * kTpf);
+}
+
+TEST(ElementTimes, RangeRulesSwapOnlyUnderPlainReverse) {
+  PlaybackSettings p;
+  p.inORT = kOrtHide;
+  p.outORT = kOrtLoop;
+  Pass s(1);
+  PassResult r = s.Run(0, p, Cache(5), false);
+  EXPECT_EQ(r.inORT, kOrtHide);
+  EXPECT_EQ(r.outORT, kOrtLoop);
+  EXPECT_FALSE(r.reverse);
+  p.reverse = true;
+  r = s.Run(0, p, Cache(5), false);
+  EXPECT_EQ(r.inORT, kOrtLoop);
+  EXPECT_EQ(r.outORT, kOrtHide);
+  EXPECT_TRUE(r.reverse);
+  p.useGraph = true;
+  r = s.Run(0, p, Cache(5), false);
+  EXPECT_EQ(r.inORT, kOrtHide);
+  EXPECT_FALSE(r.reverse);
+}
+
+TEST(ElementTimes, GroupModesOrderAndOverrides) {
+  PlaybackSettings p;
+  const CacheTiming c = Cache(31);  // L = 4800
+  const float L = 4800.0f;
+  const std::vector<int32_t> a = {0, 1, 2, 99, -1};  // out-of-range indices are ignored
+  const std::vector<int32_t> b = {1, 3};
+  const std::vector<int32_t> d = {2};
+  std::vector<GroupRule> g(4);
+  g[0].mode = kModeHoldOut, g[0].elements = a;
+  g[1].mode = kModeSetFrame, g[1].frame = 7.0f, g[1].elements = b;  // wins for element 1
+  g[2].mode = kModeSetMatId, g[2].matIndex = 6, g[2].elements = b;
+  g[3].mode = kModeDelay, g[3].delay = 2.0f, g[3].elements = d;  // offsets the unheld time
+  Pass s(5);
+  const TimeValue t = 1600;
+  s.Run(t, p, c, false, g);
+  EXPECT_FLOAT_EQ(s.el[0].time, L);
+  EXPECT_FLOAT_EQ(s.el[1].time, 7.0f * kTpf);
+  EXPECT_FLOAT_EQ(s.el[2].time, 1600.0f - 2 * kTpf);
+  EXPECT_FLOAT_EQ(s.el[3].time, 7.0f * kTpf);
+  EXPECT_FLOAT_EQ(s.el[4].time, 1600.0f);
+  EXPECT_TRUE(s.el[1].hasMatId);
+  EXPECT_EQ(s.el[3].matId, 6);
+  EXPECT_FALSE(s.el[0].hasMatId);
+
+  // Disabled groups do nothing; a later hold-in overrides an earlier hold-out.
+  g[1].enabled = false;
+  g[2].mode = kModeHoldIn;
+  s.Run(t, p, c, false, g);
+  EXPECT_FLOAT_EQ(s.el[1].time, 0.0f);
+  EXPECT_FLOAT_EQ(s.el[0].time, L);
+  EXPECT_FALSE(s.el[1].hasMatId);
+
+  // Under reverse the delay adds; set frame converts cache frames at a 60 fps cache.
+  p.reverse = true;
+  g[1].enabled = true;
+  s.Run(t, p, Cache(31, 60), false, g);
+  EXPECT_FLOAT_EQ(s.el[2].time, (2400.0f - 1600.0f) + 2 * kTpf);
+}
+
+TEST(ElementTimes, DeleteByAgeDistanceAndTriggerSwitch) {
+  PlaybackSettings p;
+  const std::vector<int32_t> all = {0, 1, 2};
+  GroupRule del;
+  del.mode = kModeDelete;
+  del.deleteByAge = true;
+  del.deleteAge = 5.0f;  // 800 ticks
+  del.elements = all;
+  Pass s(3);
+  // No switch on: delete removes nothing.
+  GroupRule idle = del;
+  idle.deleteByAge = false;
+  s.Run(5000, p, Cache(100), false, std::span(&idle, 1));
+  for (const auto& e : s.el) EXPECT_FALSE(e.removed);
+
+  s.el[0].triggered = true, s.el[0].triggerTime = 0;
+  s.el[1].triggered = true, s.el[1].triggerTime = 400;
+  // Element 0 has played 800 ticks: old enough. Element 1 only 400. Element 2 is not
+  // triggered and the group respects activation, so it is left alone.
+  s.Run(800, p, Cache(100), true, std::span(&del, 1));
+  EXPECT_TRUE(s.el[0].removed);
+  EXPECT_FALSE(s.el[1].removed);
+  EXPECT_FALSE(s.el[2].removed);
+
+  // Without the trigger switch the age is the global time: every element is 800 old.
+  del.trigger = false;
+  s.Run(800, p, Cache(100), true, std::span(&del, 1));
+  EXPECT_TRUE(s.el[1].removed);
+  EXPECT_TRUE(s.el[2].removed);
+
+  // Age 0 removes every element, even one whose time is still negative.
+  del.deleteAge = 0.0f;
+  p.start = 100;
+  s.Run(0, p, Cache(100), false, std::span(&del, 1));
+  for (const auto& e : s.el) EXPECT_TRUE(e.removed);
+
+  // Distance: queued with the squared limit unless removed already; a removed element is
+  // skipped by later groups too.
+  p.start = 0;
+  del.deleteByAge = true;
+  del.deleteAge = 3.0f;  // 480 ticks
+  del.deleteByDistance = true;
+  del.deleteDistance = 3.0f;
+  GroupRule hold;
+  hold.mode = kModeHoldIn;
+  hold.elements = all;
+  s.el[0].triggerTime = 0, s.el[1].triggerTime = 200, s.el[2].triggered = false;
+  const std::vector<GroupRule> two = {del, hold};
+  s.Run(600, p, Cache(100), false, two);
+  EXPECT_TRUE(s.el[0].removed);
+  EXPECT_FLOAT_EQ(s.el[0].time, 600.0f);  // hold skipped it
+  ASSERT_TRUE(s.dist.empty());            // every element was old enough
+  s.Run(400, p, Cache(100), false, two);
+  ASSERT_EQ(s.dist.size(), 3u);
+  EXPECT_FLOAT_EQ(s.dist[1].limitSquared, 9.0f);
+
+  struct P {
+    float x, y, z;
+  };
+  const P pos[3] = {{0, 0, 0}, {3, 0, 0}, {0, 2.9f, 0}};
+  ApplyDistanceDeletion(
+      std::span<const DistanceCheck>(s.dist), P{0, 0, 0}, [&](int32_t e) { return pos[e]; },
+      std::span(s.el));
+  EXPECT_FALSE(s.el[0].removed);
+  EXPECT_TRUE(s.el[1].removed);  // exactly at the limit counts
+  EXPECT_FALSE(s.el[2].removed);
+}
+
+TEST(ElementTimes, AgeUnderReverseCountsFromTheEnd) {
+  PlaybackSettings p;
+  p.reverse = true;
+  const std::vector<int32_t> one = {0};
+  GroupRule del;
+  del.mode = kModeDelete;
+  del.deleteByAge = true;
+  del.deleteAge = 2.0f;  // 320 ticks
+  del.elements = one;
+  Pass s(1);
+  s.Run(300, p, Cache(31), false, std::span(&del, 1));
+  EXPECT_FALSE(s.el[0].removed);
+  s.Run(320, p, Cache(31), false, std::span(&del, 1));
+  EXPECT_TRUE(s.el[0].removed);
+}
+
+TEST(Units, FactorsAndConversions) {
+  EXPECT_FLOAT_EQ(UnitScale(5, 0), 1.0f / 39.3701f);  // metres to inches
+  EXPECT_EQ(UnitScale(6, 2), 160900.0f / 39370.1f);   // kilometres to miles, single precision
+  EXPECT_EQ(kUnitFactors[2], 160900.0f);
+  EXPECT_EQ(UnitScale(3, 3), 1.0f);
+  EXPECT_EQ(UnitScale(-1, 1), 12.0f);
+}
+
+}  // namespace
+}  // namespace kv
