@@ -96,11 +96,18 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   } catch (const CLI::CallForAllHelp& e) {
     return app.exit(e, out, err);
   } catch (const CLI::ParseError& e) {
-    app.exit(e, out, err);
+    const std::string first = argc > 1 ? argv[1] : "";
+    if (!first.empty() && first[0] != '-' && !record->parsed() && !info->parsed() &&
+        !play->parsed() && !demo->parsed())
+      err << "kvcache: unknown command '" << first << "' (use record, info, play or demo)\n";
+    else
+      err << "kvcache: " << e.what() << '\n';
+    err << "Run with --help for more information.\n";
     return kExitUsage;
   }
   if (play->parsed() && !pl.frame && !pl.ticks) {
-    err << "kvcache play: one of --frame or --time is required\n";
+    err << "kvcache play: one of --frame or --time is required\n"
+        << "Run with --help for more information.\n";
     return kExitUsage;
   }
 

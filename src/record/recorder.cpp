@@ -153,47 +153,52 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
 
   if (elements.empty()) return nothingToCache();
 
-  // 7. Nothing of the write belongs on the undo stack.
-  host::Hold& hold = ip_.GetHold();
-  hold.Suspend();
-  struct ResumeOnExit {
-    host::Hold& h;
-    ~ResumeOnExit() { h.Resume(); }
-  } resume{hold};
-
   // 8. Samples are stored relative to the object's own node so the played mesh lands where
   // the sources were. The mesh is played in object space, hence the object transform.
   Matrix3 reference;
   if (host::Node* own = target.OwnNode()) reference = Inverse(own->GetObjectTM(ip_.GetTime()));
 
-  // 9. Capture meshes.
   const std::string temp = TemporaryPathFor(path);
   WriteSession writer(ip_, temp, reference, range);
-  std::vector<Lifetime> accepted;
-  accepted.reserve(elements.size());
-  for (size_t i = 0; i < elements.size(); ++i) {
-    if (writer.Add(elements[i], range.start))
-      accepted.push_back(lifetimes[i]);
-    else
-      ++res.skipped;
+  bool ok = false;
+  int code = 0;
+  std::string message;
+  {
+    // 7. Nothing of the capture and the write belongs on the undo stack.
+    host::Hold& hold = ip_.GetHold();
+    hold.Suspend();
+    struct ResumeOnExit {
+      host::Hold& h;
+      ~ResumeOnExit() { h.Resume(); }
+    } resume{hold};
+
+    // 9. Capture meshes.
+    std::vector<Lifetime> accepted;
+    accepted.reserve(elements.size());
+    for (size_t i = 0; i < elements.size(); ++i) {
+      if (writer.Add(elements[i], range.start))
+        accepted.push_back(lifetimes[i]);
+      else
+        ++res.skipped;
+    }
+    // 11. Write beside the target; Escape cancels.
+    if (writer.Count() > 0)
+      ok = writer.Write(accepted, [&](int pct) { return progress(txt::kWritingCache, pct); });
+    code = ok ? 0 : writer.ErrorCode();
+    message = ok ? std::string() : writer.ErrorMessage();
+    if (ok) {
+      std::error_code ec;
+      fs::rename(temp, path, ec);
+      if (ec) {
+        ok = false;
+        code = 4;
+        message = txt::kUnknownFileError;
+      }
+    }
   }
   if (writer.Count() == 0) return nothingToCache();
 
-  // 11. Write beside the target; Escape cancels.
-  bool ok = writer.Write(accepted, [&](int pct) { return progress(txt::kWritingCache, pct); });
-  int code = ok ? 0 : writer.ErrorCode();
-  std::string message = ok ? std::string() : writer.ErrorMessage();
-  if (ok) {
-    std::error_code ec;
-    fs::rename(temp, path, ec);
-    if (ec) {
-      ok = false;
-      code = 4;
-      message = txt::kUnknownFileError;
-    }
-  }
-
-  // 12.
+  // 12. Undo is back on: the deletion is one step the user can take back.
   deleteTemporaries();
 
   // 13. Failure: the temporary file goes, the target is as it was.
@@ -232,16 +237,29 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
 
   // 18.
   if (target.ClearNodeList()) {
-    hold.Resume();
-    {
-      host::ScopedHold h(hold);
-      target.EmptyNodeList();
-      h.Accept(txt::kEmptyNodeList);
-    }
-    hold.Suspend();  // balanced by the guard
+    host::ScopedHold h(ip_.GetHold());
+    target.EmptyNodeList();
+    h.Accept(txt::kEmptyNodeList);
   }
   res.status = RecordStatus::Recorded;
   return res;
+}
+
+}  // namespace kv
+
+namespace kv {
+
+bool SettingsRecordTarget::AcceptsNode(host::Node* node) const {
+  if (!node || node->IsDeleted()) return false;
+  const host::Object* obj = node->GetObjectRef();
+  if (!obj) return false;
+  // The same test as the cache object's node list: a mesh now, or convertible to one.
+  return obj->IsTriObject() || obj->CanConvertToTriObject();
+}
+
+void SettingsRecordTarget::OnRecorded(const std::string& path) {
+  s_.fileName = path;
+  recorded_ = true;
 }
 
 }  // namespace kv

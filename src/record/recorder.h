@@ -74,6 +74,52 @@ class RecordTarget {
   virtual void SetStatus(const std::string& text) { (void)text; }
 };
 
+// The recording parameters as plain values, for callers without a cache object (the
+// command-line tool records straight to a file).
+struct RecordSettings {
+  std::vector<host::Node*> nodes;
+  std::string fileName;
+  int recStart = 0, recEnd = 0;
+  float recStep = 1.0f;
+  bool saveMaterial = true;
+  bool clearNodeList = true;
+  bool writeDeform = false;
+  bool writeTopology = false;
+  host::Node* ownNode = nullptr;
+};
+
+// A RecordTarget over RecordSettings. Accepts every node that evaluates to a mesh at the
+// host's current time; OnRecorded stores the file name and marks the target recorded.
+class SettingsRecordTarget : public RecordTarget {
+ public:
+  SettingsRecordTarget(host::Interface& ip, RecordSettings s) : ip_(ip), s_(std::move(s)) {}
+
+  std::vector<host::Node*> Nodes() const override { return s_.nodes; }
+  std::string FileName() const override { return s_.fileName; }
+  int RecStart() const override { return s_.recStart; }
+  int RecEnd() const override { return s_.recEnd; }
+  float RecStep() const override { return s_.recStep; }
+  bool SaveMaterial() const override { return s_.saveMaterial; }
+  bool ClearNodeList() const override { return s_.clearNodeList; }
+  bool WriteDeform() const override { return s_.writeDeform; }
+  bool WriteTopology() const override { return s_.writeTopology; }
+  host::Node* OwnNode() const override { return s_.ownNode; }
+  bool AcceptsNode(host::Node* node) const override;
+  void OnRecorded(const std::string& path) override;
+  void EmptyNodeList() override { s_.nodes.clear(); }
+  void SetStatus(const std::string& text) override { status_ = text; }
+
+  const RecordSettings& Settings() const { return s_; }
+  bool Recorded() const { return recorded_; }
+  const std::string& Status() const { return status_; }
+
+ private:
+  host::Interface& ip_;
+  RecordSettings s_;
+  bool recorded_ = false;
+  std::string status_;
+};
+
 // The refresh of step "every object that plays this file": the cache registry implements it.
 class RecordRefresher {
  public:
