@@ -27,6 +27,12 @@ struct ScaleValue {
 
 using ControlValue = std::variant<float, Point2, Point3, Point4, Quat, ScaleValue, Matrix3>;
 
+// A copy of a stretch of a track (its keys with their tangent settings), to be pasted back.
+class TrackClip {
+ public:
+  virtual ~TrackClip() = default;
+};
+
 class Control {
  public:
   virtual ~Control() = default;
@@ -64,10 +70,48 @@ class Control {
   // Replaces this controller's animation by a copy of another's of the same kind.
   virtual bool CopyFrom(const Control& other) = 0;
 
+  // Copies the keys within [range.Start(), range.End()] with their tangents; null when the
+  // controller cannot. PasteTrack replaces the keys within range by the clip's keys.
+  virtual std::unique_ptr<TrackClip> CopyTrack(const Interval& range) const {
+    (void)range;
+    return nullptr;
+  }
+  virtual bool PasteTrack(const TrackClip& clip, const Interval& range) {
+    (void)clip, (void)range;
+    return false;
+  }
+
+  // Interpolation of a keyframe controller (Linear for anything else).
+  virtual Interp GetInterp() const { return Interp::Linear; }
+  // Tension, continuity and bias of key i (-1..1 each, 0 = smooth); false when the
+  // controller has no such key or no such settings.
+  virtual bool GetKeyTCB(int i, float& tension, float& continuity, float& bias) const {
+    (void)i, (void)tension, (void)continuity, (void)bias;
+    return false;
+  }
+  virtual bool SetKeyTCB(int i, float tension, float continuity, float bias) {
+    (void)i, (void)tension, (void)continuity, (void)bias;
+    return false;
+  }
+
   // Sub-controllers of a PRS controller; null otherwise.
   virtual Control* GetPositionController() { return nullptr; }
   virtual Control* GetRotationController() { return nullptr; }
   virtual Control* GetScaleController() { return nullptr; }
+  // Replaces a PRS controller's sub-controller by one of the matching kind (Position or
+  // Point3, Rotation, Scale); false when this is no PRS controller or the kind does not fit.
+  virtual bool SetPositionController(std::unique_ptr<Control> c) {
+    (void)c;
+    return false;
+  }
+  virtual bool SetRotationController(std::unique_ptr<Control> c) {
+    (void)c;
+    return false;
+  }
+  virtual bool SetScaleController(std::unique_ptr<Control> c) {
+    (void)c;
+    return false;
+  }
 
   // Typed reads; a value of another kind gives the type's default.
   float GetFloat(TimeValue t) const { return As<float>(t); }

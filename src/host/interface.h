@@ -39,11 +39,11 @@ class Interface {
   virtual int GetFrameRate() const = 0;
   virtual int GetTicksPerFrame() const = 0;
   virtual Interval GetAnimRange() const = 0;
-  virtual bool IsRendering() const = 0;     // a render is in progress
-  virtual bool IsNetServer() const = 0;     // runs as a network rendering server
-  virtual bool IsAnimPlaying() const = 0;   // interactive playback in the viewports
-  virtual bool IsAnimateMode() const = 0;   // setting values makes keys
-  virtual void SuspendAnimate() = 0;        // nests with ResumeAnimate
+  virtual bool IsRendering() const = 0;    // a render is in progress
+  virtual bool IsNetServer() const = 0;    // runs as a network rendering server
+  virtual bool IsAnimPlaying() const = 0;  // interactive playback in the viewports
+  virtual bool IsAnimateMode() const = 0;  // setting values makes keys
+  virtual void SuspendAnimate() = 0;       // nests with ResumeAnimate
   virtual void ResumeAnimate() = 0;
 
   // ---- undo
@@ -73,6 +73,14 @@ class Interface {
   // Marks the node deleted (undoable when a hold is open).
   virtual void DeleteNode(Node* node) = 0;
   virtual std::unique_ptr<Control> NewControl(ControlKind kind) = 0;
+  // A keyframe controller of the given interpolation (the default controller when the host
+  // has no such class).
+  virtual std::unique_ptr<Control> NewKeyControl(ControlKind kind, Interp interp) {
+    (void)interp;
+    return NewControl(kind);
+  }
+  // Deselects every node (undoable when a hold is open).
+  virtual void ClearSelection() {}
 
   // ---- materials
   virtual std::unique_ptr<MtlLib> NewMtlLib() = 0;

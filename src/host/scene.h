@@ -105,6 +105,26 @@ class Node {
   virtual Control* GetTMController() const = 0;
   virtual Control* GetVisController() const = 0;
 
+  // Setters the core uses when it builds nodes. The defaults do nothing (a host that cannot);
+  // the standalone host implements them all, undoably when a hold is open.
+  virtual void SetSelected(bool on) { (void)on; }
+  virtual void SetWireColor(uint32_t bgr) { (void)bgr; }
+  virtual bool GetInheritVisibility() const { return true; }
+  virtual void SetInheritVisibility(bool on) { (void)on; }
+  // Gives the node a new transform controller (a PRS controller) or visibility track (a
+  // float controller); false when the kind does not fit.
+  virtual bool SetTMController(std::unique_ptr<Control> c) {
+    (void)c;
+    return false;
+  }
+  virtual bool SetVisController(std::unique_ptr<Control> c) {
+    (void)c;
+    return false;
+  }
+  // Copies the node's display and render properties (wire colour, inherit visibility,
+  // hidden state) from another node; not its name, transform, object or material.
+  virtual void CopyProperties(const Node& from) { (void)from; }
+
   // Evaluates the node's object at t to a triangle mesh in object space: geometry objects
   // convert, a shape only when it renders as a mesh. False for anything else or an empty mesh.
   bool EvalTriMesh(TimeValue t, bool render, Mesh& out) const {

@@ -1,0 +1,170 @@
+// Reads a .kvc cache: opens and indexes it in one sequential pass, loads sample blocks on
+// demand, maps element times to samples and assembles frames into an output mesh.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cache/base.h"
+#include "cache/format.h"
+#include "cache/frame.h"
+#include "geom/affine.h"
+#include "geom/box3.h"
+#include "geom/matrix3.h"
+#include "geom/mesh.h"
+
+namespace kv::host {
+class Interface;
+class MtlLib;
+}  // namespace kv::host
+
+namespace KelvaneTools {
+
+// One element of an open cache.
+struct CacheElement {
+  std::string name;  // UTF-8
+  kv::Box3 bounds;   // object space
+  int32_t numVerts = 0;
+  int32_t numFaces = 0;
+  std::vector<std::pair<int32_t, int32_t>> channels;  // (channel, map-vertex count), ascending
+  int32_t lowChannel = kNoChannel;
+  int32_t highChannel = kNoChannel;
+  bool hasNormals = false;
+  std::vector<uint16_t> matIds;  // every face's material id, in face order
+  int32_t vertOffset = 0;        // first vertex in the combined mesh
+  int32_t faceOffset = 0;        // first face in the combined mesh
+
+  bool HasChannel(int ch) const;
+};
+
+class kvCacheReader : public kvCacheBase {
+ public:
+  // `host` provides the material library beside the cache; null means no library.
+  explicit kvCacheReader(std::string fileName, kv::host::Interface* host = nullptr);
+  ~kvCacheReader() override;
+
+  // (Re)loads header, index and meshes. False leaves an error code and no index.
+  bool Open();
+  // Drops header, index, meshes and samples; the range becomes "no time".
+  void Release();
+
+  // Keep the file open between sample reads ("Stream", "Pre-Load") or close it after each
+  // batch ("Per-Sample").
+  bool KeepOpen() const { return keepOpen_; }
+  void SetKeepOpen(bool on) { keepOpen_ = on; }
+  void SetLoadType(LoadType t) { keepOpen_ = t != LoadType::PerSample; }
+
+  bool HasIndex() const { return indexed_; }
+  // Changes with every successful Open; 0 without an index. Lets a caller's mesh tell whether
+  // it was built from the current load.
+  uint64_t Generation() const { return generation_; }
+
+  // ---- header and index (valid while HasIndex())
+  const CacheHeader& Header() const { return header_; }
+  int NumElements() const { return static_cast<int>(elements_.size()); }
+  int32_t NumSamples() const { return header_.numSamples; }
+  int32_t FrameRate() const { return header_.frameRate; }
+  bool HasVisibility() const { return header_.hasVisibility != 0; }
+  const CacheElement& Element(int i) const { return elements_[i]; }
+  int64_t TotalVerts() const { return totalVerts_; }
+  int64_t TotalFaces() const { return totalFaces_; }
+  // Channel number -> sum of its map-vertex counts over the elements carrying it.
+  const std::map<int32_t, int64_t>& ChannelTotals() const { return channelTotals_; }
+  int32_t LowChannel() const { return lowChannel_; }
+  int32_t HighChannel() const { return highChannel_; }
+  bool AnyNormals() const { return anyNormals_; }
+
+  // All elements concatenated in element order, and their bounds boxes (8 vertices and 12
+  // faces each).
+  const kv::Mesh& CombinedMesh() const { return combined_; }
+  const kv::Mesh& CombinedBoxMesh() const { return combinedBox_; }
+  // One element's own mesh and box, built on first use and kept for the life of the index.
+  const kv::Mesh& ElementMesh(int i) const;
+  const kv::Mesh& ElementBoxMesh(int i) const;
+  // The library loaded from the ".mat" file beside the cache (empty when there is none);
+  // null without a host.
+  kv::host::MtlLib* MaterialLibrary() const { return mtlLib_.get(); }
+
+  // ---- samples
+  // Fills one record from r.time. Returns whether two samples are blended.
+  bool MapTimeToSamples(const FrameSettings& s, ElementFrameState& r) const;
+  // Maps every record (or only `element`) and loads the sample blocks they need that are not
+  // loaded yet. `states` holds one record per element.
+  bool LoadSamplesForElements(std::span<ElementFrameState> states, const FrameSettings& s,
+                              FrameScratch& scratch, int element = -1);
+  bool LoadSample(int32_t s, bool keepFileOpen);
+  // Every block with progress (bytes done, bytes total); a cancel gives code 7.
+  bool LoadAllSamples();
+  bool IsSampleLoaded(int32_t s) const;
+  int32_t NumSamplesLoaded() const;
+  bool AllSamplesLoaded() const;
+
+  // Stored transform and visibility of element e at a loaded sample (identity and false when
+  // the sample is not loaded).
+  kv::Matrix3 SampleTransform(int e, int32_t s) const;
+  bool SampleVisible(int e, int32_t s) const;
+  // The element's transform for a mapped record: sample A, or the blend of A and B.
+  kv::Matrix3 ElementTransform(int e, const ElementFrameState& r) const;
+  static kv::Matrix3 BlendTransforms(const kv::Matrix3& a, const kv::Matrix3& b, float f) {
+    return kv::BlendTransforms(a, b, f);
+  }
+
+  // ---- frames
+  // Samples every element at its record's time and writes the frame into `out`: element
+  // meshes (or boxes) carried by their transforms times the unit scale, removed elements left
+  // out, hidden ones hidden in place, material id overrides applied. The topology of `out` is
+  // kept from the previous frame when it can be; once warm a frame allocates nothing.
+  // `newlyOpened` forces a rebuild of the topology.
+  bool ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states, const FrameSettings& s,
+                 FrameScratch& scratch, bool newlyOpened = false);
+
+  // "F:<file size>, M:<memory size>", the error message, or "File not found." with no
+  // samples.
+  std::string StatusText() const;
+  // Bytes of sample data and vertex buffers: of the whole cache, and of what is loaded.
+  uint64_t FileDataSize() const;
+  uint64_t LoadedDataSize() const;
+
+ private:
+  struct SampleBlock {
+    std::vector<kv::Matrix3> tm;
+    std::vector<uint8_t> visible;
+    std::vector<kv::AffineParts> parts;  // decomposed on first blend
+  };
+
+  bool ReadIndex(uint64_t fileSize);
+  void BuildCombinedBoxes();
+  void LoadMaterialLibrary();
+  const SampleBlock* Block(int32_t s) const;
+  const kv::AffineParts* Parts(int32_t s) const;
+  void RebuildTopology(kv::Mesh& out, const FrameSettings& s, FrameScratch& scratch) const;
+
+  kv::host::Interface* host_;
+  bool keepOpen_ = true;
+  bool indexed_ = false;
+  uint64_t generation_ = 0;
+  CacheHeader header_;
+  std::vector<CacheElement> elements_;
+  int64_t totalVerts_ = 0, totalFaces_ = 0;
+  std::map<int32_t, int64_t> channelTotals_;
+  int32_t lowChannel_ = kNoChannel, highChannel_ = kNoChannel;
+  bool anyNormals_ = false;
+  // mapOffset_[ch][e]: element e's first map vertex in the combined channel ch (-1 absent).
+  std::vector<std::vector<int32_t>> mapOffset_;
+  kv::Mesh combined_;
+  kv::Mesh combinedBox_;
+  mutable std::vector<std::unique_ptr<kv::Mesh>> elementMeshes_;
+  mutable std::vector<std::unique_ptr<kv::Mesh>> elementBoxes_;
+  std::unique_ptr<kv::host::MtlLib> mtlLib_;
+  std::vector<std::unique_ptr<SampleBlock>> blocks_;
+  int32_t loadedCount_ = 0;
+  std::vector<uint8_t> blockBytes_;  // one sample block as read
+  kv::BitArray candidate_;           // elements to leave out of the frame being read
+};
+
+}  // namespace KelvaneTools

@@ -1,0 +1,634 @@
+#include "host/standalone/controls.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "geom/affine.h"
+#include "host/standalone/undo_stack.h"
+
+namespace kv::standalone {
+namespace {
+
+using host::ControlKind;
+using host::ControlValue;
+using host::Interp;
+using host::ScaleValue;
+
+// ---- quaternion helpers in the Hamilton product (a then b as matrices is Ham(b, a))
+
+Quat Ham(const Quat& a, const Quat& b) {
+  return {
+      a.w * b.x + a.x * b.w + a.y * b.z - a.z * b.y, a.w * b.y - a.x * b.z + a.y * b.w + a.z * b.x,
+      a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w, a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z};
+}
+
+Quat Unit(const Quat& q) {
+  const float l = std::sqrt(q.Dot(q));
+  return l > 0 ? Quat{q.x / l, q.y / l, q.z / l, q.w / l} : Quat{};
+}
+
+// Logarithm of a unit quaternion: half the rotation angle times the axis.
+Point3 QLog(const Quat& q) {
+  const Point3 v{q.x, q.y, q.z};
+  const float s = v.Length();
+  if (s < 1e-9f) return v;
+  return v * (std::atan2(s, q.w) / s);
+}
+
+Quat QExp(const Point3& v) {
+  const float a = v.Length();
+  if (a < 1e-9f) return Unit({v.x, v.y, v.z, 1});
+  const Point3 u = v * (std::sin(a) / a);
+  return {u.x, u.y, u.z, std::cos(a)};
+}
+
+// Slerp without choosing the shorter arc: squad needs its inner arcs as they are.
+Quat SlerpRaw(const Quat& a, const Quat& b, float s) {
+  float d = a.Dot(b);
+  d = std::clamp(d, -1.0f, 1.0f);
+  const float th = std::acos(d);
+  float wa = 1 - s, wb = s;
+  if (std::sin(th) > 1e-6f) {
+    wa = std::sin((1 - s) * th) / std::sin(th);
+    wb = std::sin(s * th) / std::sin(th);
+  }
+  return Unit({a.x * wa + b.x * wb, a.y * wa + b.y * wb, a.z * wa + b.z * wb, a.w * wa + b.w * wb});
+}
+
+Quat ClosestTo(const Quat& q, const Quat& to) {
+  return q.Dot(to) < 0 ? -q : q;
+}
+
+// ---- keys and tracks
+
+template <class T>
+struct Key {
+  TimeValue t = 0;
+  T v{};
+  float tens = 0, cont = 0, bias = 0;
+};
+
+template <class T>
+struct TrackData {
+  std::vector<Key<T>> keys;  // ascending, distinct times
+  T constant{};
+  Interp interp = Interp::Linear;
+};
+
+template <class V>
+V HermiteV(const V& p0, const V& m0, const V& p1, const V& m1, float s) {
+  const float s2 = s * s, s3 = s2 * s;
+  return p0 * (2 * s3 - 3 * s2 + 1) + m0 * (s3 - 2 * s2 + s) + p1 * (-2 * s3 + 3 * s2) +
+         m1 * (s3 - s2);
+}
+
+// Kochanek-Bartels tangents at key i from its neighbour differences g1 (from i-1) and g2
+// (to i+1), with the time adjustment for unequal spacing. Out leaves key i, In arrives.
+template <class V>
+V TcbOut(const V& g1, const V& g2, float T, float C, float B, float n0, float n1) {
+  const V d = g1 * ((1 - T) * (1 + C) * (1 + B) / 2) + g2 * ((1 - T) * (1 - C) * (1 - B) / 2);
+  return d * (2 * n1 / (n0 + n1));
+}
+template <class V>
+V TcbIn(const V& g1, const V& g2, float T, float C, float B, float n0, float n1) {
+  const V d = g1 * ((1 - T) * (1 - C) * (1 + B) / 2) + g2 * ((1 - T) * (1 + C) * (1 - B) / 2);
+  return d * (2 * n0 / (n0 + n1));
+}
+
+// Interpolates the vector part `get` of keys i and i+1 at fraction s.
+template <class T, class Get>
+auto EvalVec(const std::vector<Key<T>>& k, Interp ip, size_t i, float s, Get get) {
+  using V = decltype(get(k[0].v));
+  const V p0 = get(k[i].v), p1 = get(k[i + 1].v);
+  if (ip == Interp::Step) return p0;
+  if (ip == Interp::Linear) return p0 + (p1 - p0) * s;
+  const size_t n = k.size();
+  const float seg = static_cast<float>(k[i + 1].t - k[i].t);
+  V m0, m1;
+  if (ip == Interp::Bezier) {
+    // Smooth tangents per tick, scaled to this segment.
+    m0 = (i == 0) ? (p1 - p0)
+                  : (p1 - get(k[i - 1].v)) * (seg / static_cast<float>(k[i + 1].t - k[i - 1].t));
+    m1 = (i + 2 >= n) ? (p1 - p0)
+                      : (get(k[i + 2].v) - p0) * (seg / static_cast<float>(k[i + 2].t - k[i].t));
+  } else {
+    const Key<T>& a = k[i];
+    const Key<T>& b = k[i + 1];
+    m0 = (i == 0) ? (p1 - p0) * (1 - a.tens)
+                  : TcbOut(p0 - get(k[i - 1].v), p1 - p0, a.tens, a.cont, a.bias,
+                           static_cast<float>(a.t - k[i - 1].t), seg);
+    m1 = (i + 2 >= n) ? (p1 - p0) * (1 - b.tens)
+                      : TcbIn(p1 - p0, get(k[i + 2].v) - p1, b.tens, b.cont, b.bias, seg,
+                              static_cast<float>(k[i + 2].t - b.t));
+  }
+  return HermiteV(p0, m0, p1, m1, s);
+}
+
+// The rotation part `get` of keys i and i+1 at fraction s.
+template <class T, class Get>
+Quat EvalRot(const std::vector<Key<T>>& k, Interp ip, size_t i, float s, Get get) {
+  const size_t n = k.size();
+  const Quat q1 = Unit(get(k[i].v));
+  if (ip == Interp::Step) return q1;
+  const Quat q2 = ClosestTo(Unit(get(k[i + 1].v)), q1);
+  if (ip == Interp::Linear) return SlerpRaw(q1, q2, s);
+  const bool tcb = ip == Interp::TCB;
+  const Key<T>& a = k[i];
+  const Key<T>& b = k[i + 1];
+  const float seg = static_cast<float>(b.t - a.t);
+  const Point3 g12 = QLog(Ham(q1.Conjugate(), q2));
+  // Outgoing tangent at q1 and the inner point after it.
+  Point3 out = g12 * (1 - (tcb ? a.tens : 0));
+  if (i > 0) {
+    const Quat q0 = ClosestTo(Unit(get(k[i - 1].v)), q1);
+    const Point3 g01 = QLog(Ham(q0.Conjugate(), q1));
+    out = tcb ? TcbOut(g01, g12, a.tens, a.cont, a.bias, static_cast<float>(a.t - k[i - 1].t), seg)
+              : TcbOut(g01, g12, 0.f, 0.f, 0.f, static_cast<float>(a.t - k[i - 1].t), seg);
+  }
+  Point3 in = g12 * (1 - (tcb ? b.tens : 0));
+  if (i + 2 < n) {
+    const Quat q3 = ClosestTo(Unit(get(k[i + 2].v)), q2);
+    const Point3 g23 = QLog(Ham(q2.Conjugate(), q3));
+    const float n1 = static_cast<float>(k[i + 2].t - b.t);
+    in = tcb ? TcbIn(g12, g23, b.tens, b.cont, b.bias, seg, n1)
+             : TcbIn(g12, g23, 0.f, 0.f, 0.f, seg, n1);
+  }
+  const Quat ai = Ham(q1, QExp((out - g12) * 0.5f));
+  const Quat bi = Ham(q2, QExp((g12 - in) * 0.5f));
+  return SlerpRaw(SlerpRaw(q1, q2, s), SlerpRaw(ai, bi, s), 2 * s * (1 - s));
+}
+
+// Per value type: how the track interpolates between keys i and i+1.
+template <class T>
+T Interpolate(const std::vector<Key<T>>& k, Interp ip, size_t i, float s) {
+  return EvalVec(k, ip, i, s, [](const T& v) { return v; });
+}
+template <>
+Quat Interpolate(const std::vector<Key<Quat>>& k, Interp ip, size_t i, float s) {
+  return EvalRot(k, ip, i, s, [](const Quat& v) { return v; });
+}
+template <>
+ScaleValue Interpolate(const std::vector<Key<ScaleValue>>& k, Interp ip, size_t i, float s) {
+  ScaleValue r;
+  r.s = EvalVec(k, ip, i, s, [](const ScaleValue& v) { return v.s; });
+  r.q = EvalRot(k, ip, i, s, [](const ScaleValue& v) { return v.q; });
+  return r;
+}
+template <>
+Matrix3 Interpolate(const std::vector<Key<Matrix3>>& k, Interp ip, size_t i, float s) {
+  if (ip == Interp::Step) return k[i].v;
+  return BlendTransforms(k[i].v, k[i + 1].v, s);
+}
+
+template <class T>
+T Evaluate(const TrackData<T>& d, TimeValue t) {
+  const auto& k = d.keys;
+  if (k.empty()) return d.constant;
+  if (t <= k.front().t) return k.front().v;
+  if (t >= k.back().t) return k.back().v;
+  const auto it = std::upper_bound(k.begin(), k.end(), t,
+                                   [](TimeValue x, const Key<T>& key) { return x < key.t; });
+  const size_t i = static_cast<size_t>(it - k.begin()) - 1;
+  const float s = static_cast<float>(static_cast<double>(t - k[i].t) / (k[i + 1].t - k[i].t));
+  return Interpolate(k, d.interp, i, s);
+}
+
+// Snapshot of a whole track for undo; the track data is shared so that a record outlives a
+// controller that was deleted meanwhile.
+template <class T>
+class TrackRestore final : public host::RestoreObj {
+ public:
+  explicit TrackRestore(std::shared_ptr<TrackData<T>> d) : d_(std::move(d)), undo_(*d_) {}
+  void Restore(bool isUndo) override {
+    if (isUndo && !haveRedo_) redo_ = *d_, haveRedo_ = true;
+    *d_ = undo_;
+  }
+  void Redo() override {
+    if (haveRedo_) *d_ = redo_;
+  }
+  int Size() const override {
+    return static_cast<int>(sizeof(*this) +
+                            (undo_.keys.size() + redo_.keys.size()) * sizeof(Key<T>));
+  }
+  std::string Description() const override { return "track"; }
+
+ private:
+  std::shared_ptr<TrackData<T>> d_;
+  TrackData<T> undo_, redo_;
+  bool haveRedo_ = false;
+};
+
+template <class T>
+struct KeyClip final : host::TrackClip {
+  std::vector<Key<T>> keys;
+};
+
+// Owned by every controller the host makes, so that SetInterp and SaveControl can reach the
+// typed track behind a host::Control.
+class KeyControlBase : public host::Control {
+ public:
+  virtual void SetInterpolation(Interp ip) = 0;
+  virtual void SaveTrack(host::ISave& s) const = 0;
+  virtual bool LoadTrack(host::ILoad& l) = 0;
+};
+
+template <class T>
+class KeyControl final : public KeyControlBase {
+ public:
+  KeyControl(ControlKind kind, Interp ip, UndoStack* undo)
+      : kind_(kind), d_(std::make_shared<TrackData<T>>()), undo_(undo) {
+    d_->interp = ip;
+  }
+
+  ControlKind Kind() const override { return kind_; }
+  ControlValue GetValue(TimeValue t) const override { return Evaluate(*d_, t); }
+
+  void SetValue(TimeValue t, const ControlValue& v, bool makeKey) override {
+    const T* p = std::get_if<T>(&v);
+    if (!p) return;
+    const int i = GetKeyIndex(t);
+    if (makeKey) {
+      Hold();
+      if (i >= 0) {
+        d_->keys[i].v = *p;
+      } else {
+        auto& k = d_->keys;
+        const auto it = std::lower_bound(k.begin(), k.end(), t,
+                                         [](const Key<T>& key, TimeValue x) { return key.t < x; });
+        Key<T> key;
+        key.t = t;
+        key.v = *p;
+        k.insert(it, key);
+      }
+    } else if (d_->keys.empty()) {
+      Hold();
+      d_->constant = *p;
+    } else if (i >= 0) {
+      Hold();
+      d_->keys[i].v = *p;
+    }
+  }
+
+  int NumKeys() const override { return static_cast<int>(d_->keys.size()); }
+  TimeValue GetKeyTime(int i) const override {
+    return InRange(i) ? d_->keys[i].t : kTimeNegInfinity;
+  }
+  int GetKeyIndex(TimeValue t) const override {
+    const auto& k = d_->keys;
+    const auto it = std::lower_bound(k.begin(), k.end(), t,
+                                     [](const Key<T>& key, TimeValue x) { return key.t < x; });
+    return (it != k.end() && it->t == t) ? static_cast<int>(it - k.begin()) : -1;
+  }
+  void DeleteKey(int i) override {
+    if (!InRange(i)) return;
+    Hold();
+    // The last key's value stays as the constant, so the track keeps its look.
+    if (d_->keys.size() == 1) d_->constant = d_->keys[0].v;
+    d_->keys.erase(d_->keys.begin() + i);
+  }
+
+  std::unique_ptr<host::Control> Clone() const override {
+    auto c = std::make_unique<KeyControl<T>>(kind_, d_->interp, undo_);
+    *c->d_ = *d_;
+    return c;
+  }
+  bool CopyFrom(const host::Control& other) override {
+    const auto* o = dynamic_cast<const KeyControl<T>*>(&other);
+    if (!o || !SameFamily(o->kind_)) return false;
+    if (o == this) return true;
+    Hold();
+    *d_ = *o->d_;
+    return true;
+  }
+
+  std::unique_ptr<host::TrackClip> CopyTrack(const Interval& range) const override {
+    auto clip = std::make_unique<KeyClip<T>>();
+    for (const auto& k : d_->keys)
+      if (range.InInterval(k.t)) clip->keys.push_back(k);
+    return clip;
+  }
+  bool PasteTrack(const host::TrackClip& clip, const Interval& range) override {
+    const auto* c = dynamic_cast<const KeyClip<T>*>(&clip);
+    if (!c) return false;
+    Hold();
+    auto& k = d_->keys;
+    std::erase_if(k, [&](const Key<T>& key) { return range.InInterval(key.t); });
+    for (const auto& key : c->keys) {
+      if (!range.InInterval(key.t)) continue;
+      const auto it = std::lower_bound(k.begin(), k.end(), key.t,
+                                       [](const Key<T>& a, TimeValue x) { return a.t < x; });
+      k.insert(it, key);
+    }
+    return true;
+  }
+
+  Interp GetInterp() const override { return d_->interp; }
+  bool GetKeyTCB(int i, float& tension, float& continuity, float& bias) const override {
+    if (!InRange(i)) return false;
+    const Key<T>& k = d_->keys[i];
+    tension = k.tens, continuity = k.cont, bias = k.bias;
+    return true;
+  }
+  bool SetKeyTCB(int i, float tension, float continuity, float bias) override {
+    if (!InRange(i)) return false;
+    Hold();
+    Key<T>& k = d_->keys[i];
+    k.tens = std::clamp(tension, -1.0f, 1.0f);
+    k.cont = std::clamp(continuity, -1.0f, 1.0f);
+    k.bias = std::clamp(bias, -1.0f, 1.0f);
+    return true;
+  }
+
+  void SetInterpolation(Interp ip) override {
+    Hold();
+    d_->interp = ip;
+  }
+  void SaveTrack(host::ISave& s) const override;
+  bool LoadTrack(host::ILoad& l) override;
+
+ private:
+  bool InRange(int i) const { return i >= 0 && i < static_cast<int>(d_->keys.size()); }
+  bool SameFamily(ControlKind k) const {
+    auto fam = [](ControlKind x) { return x == ControlKind::Position ? ControlKind::Point3 : x; };
+    return fam(k) == fam(kind_);
+  }
+  // One snapshot per hold level: enough to put the track back, and cheap when a long run of
+  // changes (baking keys) happens inside one step.
+  void Hold() {
+    if (!undo_ || !undo_->Holding() || heldSerial_ == undo_->Serial()) return;
+    heldSerial_ = undo_->Serial();
+    undo_->Put(std::make_unique<TrackRestore<T>>(d_));
+  }
+
+  ControlKind kind_;
+  std::shared_ptr<TrackData<T>> d_;
+  UndoStack* undo_;
+  uint64_t heldSerial_ = 0;
+};
+
+// ---- PRS
+
+class PRSControl final : public KeyControlBase {
+ public:
+  explicit PRSControl(UndoStack* undo)
+      : pos_(MakeControl(ControlKind::Position, undo)),
+        rot_(MakeControl(ControlKind::Rotation, undo)),
+        scl_(MakeControl(ControlKind::Scale, undo)),
+        undo_(undo) {}
+
+  ControlKind Kind() const override { return ControlKind::PRS; }
+  ControlValue GetValue(TimeValue t) const override {
+    AffineParts p;
+    p.t = pos_->GetPoint3(t);
+    p.q = rot_->GetQuat(t);
+    const ScaleValue s = scl_->GetScale(t);
+    p.k = s.s;
+    p.u = s.q;
+    return ComposeAffine(p);
+  }
+  // A matrix is split into position, rotation and scale (a mirroring matrix keeps its sign
+  // in the scale factors).
+  void SetValue(TimeValue t, const ControlValue& v, bool makeKey) override {
+    const Matrix3* m = std::get_if<Matrix3>(&v);
+    if (!m) return;
+    const AffineParts p = DecompAffine(*m);
+    pos_->SetValue(t, p.t, makeKey);
+    rot_->SetValue(t, p.q, makeKey);
+    scl_->SetValue(t, ScaleValue{p.k * p.f, p.u}, makeKey);
+  }
+  int NumKeys() const override { return 0; }
+  TimeValue GetKeyTime(int) const override { return kTimeNegInfinity; }
+  int GetKeyIndex(TimeValue) const override { return -1; }
+  void DeleteKey(int) override {}
+  std::unique_ptr<host::Control> Clone() const override {
+    auto c = std::make_unique<PRSControl>(undo_);
+    c->pos_ = pos_->Clone();
+    c->rot_ = rot_->Clone();
+    c->scl_ = scl_->Clone();
+    return c;
+  }
+  bool CopyFrom(const host::Control& other) override {
+    const auto* o = dynamic_cast<const PRSControl*>(&other);
+    if (!o) return false;
+    if (o == this) return true;
+    // Sub-controllers of other classes are replaced by copies.
+    if (!pos_->CopyFrom(*o->pos_)) pos_ = o->pos_->Clone();
+    if (!rot_->CopyFrom(*o->rot_)) rot_ = o->rot_->Clone();
+    if (!scl_->CopyFrom(*o->scl_)) scl_ = o->scl_->Clone();
+    return true;
+  }
+  Control* GetPositionController() override { return pos_.get(); }
+  Control* GetRotationController() override { return rot_.get(); }
+  Control* GetScaleController() override { return scl_.get(); }
+  bool SetPositionController(std::unique_ptr<Control> c) override {
+    if (!c || (c->Kind() != ControlKind::Position && c->Kind() != ControlKind::Point3))
+      return false;
+    pos_ = std::move(c);
+    return true;
+  }
+  bool SetRotationController(std::unique_ptr<Control> c) override {
+    if (!c || c->Kind() != ControlKind::Rotation) return false;
+    rot_ = std::move(c);
+    return true;
+  }
+  bool SetScaleController(std::unique_ptr<Control> c) override {
+    if (!c || c->Kind() != ControlKind::Scale) return false;
+    scl_ = std::move(c);
+    return true;
+  }
+  void SetInterpolation(Interp) override {}
+  void SaveTrack(host::ISave& s) const override {
+    SaveControl(*pos_, s);
+    SaveControl(*rot_, s);
+    SaveControl(*scl_, s);
+  }
+  bool LoadTrack(host::ILoad& l) override {
+    std::unique_ptr<Control>* slots[3] = {&pos_, &rot_, &scl_};
+    const ControlKind want[3] = {ControlKind::Position, ControlKind::Rotation, ControlKind::Scale};
+    for (int i = 0; i < 3; ++i) {
+      if (l.OpenChunk() != host::IOResult::Ok) return false;
+      auto c = LoadControl(l, undo_);
+      if (l.CloseChunk() != host::IOResult::Ok || !c) return false;
+      const ControlKind k = c->Kind() == ControlKind::Point3 ? ControlKind::Position : c->Kind();
+      if (k != want[i]) return false;
+      *slots[i] = std::move(c);
+    }
+    return true;
+  }
+
+ private:
+  std::unique_ptr<Control> pos_, rot_, scl_;
+  UndoStack* undo_;
+};
+
+// ---- scene-file form
+
+constexpr uint16_t kControlChunk = 0x3000;
+
+void Put(host::ISave& s, const void* p, size_t n) {
+  s.Write(p, n);
+}
+bool Get(host::ILoad& l, void* p, size_t n) {
+  return l.Read(p, n) == host::IOResult::Ok;
+}
+
+// Values as little-endian floats, field by field.
+void WriteValue(host::ISave& s, float v) {
+  Put(s, &v, 4);
+}
+void WriteValue(host::ISave& s, const Point2& v) {
+  WriteValue(s, v.x), WriteValue(s, v.y);
+}
+void WriteValue(host::ISave& s, const Point3& v) {
+  WriteValue(s, v.x), WriteValue(s, v.y), WriteValue(s, v.z);
+}
+void WriteValue(host::ISave& s, const Point4& v) {
+  WriteValue(s, v.x), WriteValue(s, v.y), WriteValue(s, v.z), WriteValue(s, v.w);
+}
+void WriteValue(host::ISave& s, const Quat& v) {
+  WriteValue(s, v.x), WriteValue(s, v.y), WriteValue(s, v.z), WriteValue(s, v.w);
+}
+void WriteValue(host::ISave& s, const ScaleValue& v) {
+  WriteValue(s, v.s), WriteValue(s, v.q);
+}
+void WriteValue(host::ISave& s, const Matrix3& m) {
+  for (int r = 0; r < 4; ++r) WriteValue(s, m.GetRow(r));
+}
+bool ReadValue(host::ILoad& l, float& v) {
+  return Get(l, &v, 4);
+}
+bool ReadValue(host::ILoad& l, Point2& v) {
+  return ReadValue(l, v.x) && ReadValue(l, v.y);
+}
+bool ReadValue(host::ILoad& l, Point3& v) {
+  return ReadValue(l, v.x) && ReadValue(l, v.y) && ReadValue(l, v.z);
+}
+bool ReadValue(host::ILoad& l, Point4& v) {
+  return ReadValue(l, v.x) && ReadValue(l, v.y) && ReadValue(l, v.z) && ReadValue(l, v.w);
+}
+bool ReadValue(host::ILoad& l, Quat& v) {
+  return ReadValue(l, v.x) && ReadValue(l, v.y) && ReadValue(l, v.z) && ReadValue(l, v.w);
+}
+bool ReadValue(host::ILoad& l, ScaleValue& v) {
+  return ReadValue(l, v.s) && ReadValue(l, v.q);
+}
+bool ReadValue(host::ILoad& l, Matrix3& m) {
+  for (int r = 0; r < 4; ++r) {
+    Point3 row;
+    if (!ReadValue(l, row)) return false;
+    m.SetRow(r, row);
+  }
+  return true;
+}
+
+template <class T>
+void KeyControl<T>::SaveTrack(host::ISave& s) const {
+  WriteValue(s, d_->constant);
+  const uint32_t n = static_cast<uint32_t>(d_->keys.size());
+  Put(s, &n, 4);
+  for (const auto& k : d_->keys) {
+    Put(s, &k.t, 4);
+    WriteValue(s, k.v);
+    WriteValue(s, k.tens), WriteValue(s, k.cont), WriteValue(s, k.bias);
+  }
+}
+
+template <class T>
+bool KeyControl<T>::LoadTrack(host::ILoad& l) {
+  TrackData<T> d;
+  d.interp = d_->interp;
+  uint32_t n = 0;
+  if (!ReadValue(l, d.constant) || !Get(l, &n, 4)) return false;
+  // Keys are read one at a time (no reserve): a corrupt count fails at the chunk's end
+  // instead of allocating.
+  for (uint32_t i = 0; i < n; ++i) {
+    Key<T> k;
+    if (!Get(l, &k.t, 4) || !ReadValue(l, k.v) || !ReadValue(l, k.tens) || !ReadValue(l, k.cont) ||
+        !ReadValue(l, k.bias))
+      return false;
+    if (!d.keys.empty() && k.t <= d.keys.back().t) return false;  // keys must ascend
+    d.keys.push_back(k);
+  }
+  *d_ = std::move(d);
+  return true;
+}
+
+template <class T>
+std::unique_ptr<KeyControlBase> MakeKeyed(ControlKind kind, Interp ip, UndoStack* undo) {
+  return std::make_unique<KeyControl<T>>(kind, ip, undo);
+}
+
+std::unique_ptr<KeyControlBase> MakeBase(ControlKind kind, Interp ip, UndoStack* undo) {
+  switch (kind) {
+    case ControlKind::Float:
+      return MakeKeyed<float>(kind, ip, undo);
+    case ControlKind::Point2:
+      return MakeKeyed<Point2>(kind, ip, undo);
+    case ControlKind::Point3:
+    case ControlKind::Position:
+      return MakeKeyed<Point3>(kind, ip, undo);
+    case ControlKind::Point4:
+      return MakeKeyed<Point4>(kind, ip, undo);
+    case ControlKind::Rotation:
+      return MakeKeyed<Quat>(kind, ip, undo);
+    case ControlKind::Scale:
+      return MakeKeyed<ScaleValue>(kind, ip, undo);
+    case ControlKind::Matrix:
+      return MakeKeyed<Matrix3>(kind, ip, undo);
+    case ControlKind::PRS:
+      return std::make_unique<PRSControl>(undo);
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+host::Interp DefaultInterp(host::ControlKind kind) {
+  switch (kind) {
+    case ControlKind::Rotation:
+      return Interp::TCB;
+    case ControlKind::Matrix:
+      return Interp::Linear;
+    default:
+      return Interp::Bezier;
+  }
+}
+
+std::unique_ptr<host::Control> MakeControl(host::ControlKind kind, host::Interp interp,
+                                           UndoStack* undo) {
+  return MakeBase(kind, interp, undo);
+}
+
+bool SetInterp(host::Control& c, host::Interp interp) {
+  auto* k = dynamic_cast<KeyControlBase*>(&c);
+  if (!k || c.Kind() == ControlKind::PRS) return false;
+  k->SetInterpolation(interp);
+  return true;
+}
+
+bool SaveControl(const host::Control& c, host::ISave& s) {
+  const auto* k = dynamic_cast<const KeyControlBase*>(&c);
+  if (!k) return false;
+  s.BeginChunk(kControlChunk);
+  const uint8_t head[2] = {static_cast<uint8_t>(c.Kind()), static_cast<uint8_t>(c.GetInterp())};
+  Put(s, head, 2);
+  k->SaveTrack(s);
+  s.EndChunk();
+  return true;
+}
+
+std::unique_ptr<host::Control> LoadControl(host::ILoad& l, UndoStack* undo) {
+  if (l.CurChunkID() != kControlChunk) return nullptr;
+  uint8_t head[2];
+  if (!Get(l, head, 2)) return nullptr;
+  if (head[0] > static_cast<uint8_t>(ControlKind::PRS) ||
+      head[1] > static_cast<uint8_t>(Interp::TCB))
+    return nullptr;
+  auto c = MakeBase(static_cast<ControlKind>(head[0]), static_cast<Interp>(head[1]), undo);
+  if (!c || !c->LoadTrack(l)) return nullptr;
+  return c;
+}
+
+}  // namespace kv::standalone

@@ -1,0 +1,298 @@
+#include "cache/reader.h"
+
+#include <gtest/gtest.h>
+
+#include "fake_host.h"
+#include "fixtures.h"
+
+using namespace KelvaneTools;
+using kvtest::Bytes;
+using kvtest::TempFile;
+
+namespace {
+
+void ExpectTwoElementIndex(const kvCacheReader& r, bool normals) {
+  ASSERT_TRUE(r.HasIndex());
+  ASSERT_EQ(r.NumElements(), 2);
+  EXPECT_EQ(r.NumSamples(), 2);
+  EXPECT_EQ(r.Start(), 0);
+  EXPECT_EQ(r.End(), 160);
+  EXPECT_EQ(r.Step(), 160);
+  EXPECT_EQ(r.FrameRate(), 30);
+  EXPECT_TRUE(r.HasVisibility());
+
+  const CacheElement& a = r.Element(0);
+  const CacheElement& b = r.Element(1);
+  EXPECT_EQ(a.name, "Cube");
+  EXPECT_EQ(b.name, "W\xC3\xBCrfe");  // cut at 6 bytes, the partial "l" is not there to trim
+  EXPECT_EQ(b.bounds.pmin, (kv::Point3{5, 5, 5}));
+  EXPECT_EQ(b.bounds.pmax, (kv::Point3{6, 6, 5}));
+  EXPECT_EQ(a.hasNormals, normals);
+  EXPECT_FALSE(b.hasNormals);
+  EXPECT_EQ(r.AnyNormals(), normals);
+  EXPECT_EQ(a.matIds, std::vector<uint16_t>{4});
+  EXPECT_EQ(b.matIds, std::vector<uint16_t>{2});
+  EXPECT_EQ(a.lowChannel, 1);
+  EXPECT_EQ(a.highChannel, 3);
+  EXPECT_EQ(b.lowChannel, 3);
+  EXPECT_EQ(r.LowChannel(), 1);
+  EXPECT_EQ(r.HighChannel(), 3);
+  EXPECT_EQ(r.ChannelTotals(), (std::map<int32_t, int64_t>{{1, 3}, {3, 4}}));
+  EXPECT_EQ(r.TotalVerts(), 6);
+  EXPECT_EQ(r.TotalFaces(), 2);
+
+  // Combined mesh: second element's indices offset, flags decoded, four channel slots.
+  const kv::Mesh& m = r.CombinedMesh();
+  ASSERT_EQ(m.numVerts(), 6);
+  ASSERT_EQ(m.numFaces(), 2);
+  EXPECT_EQ(m.verts[4], (kv::Point3{6, 5, 5}));
+  EXPECT_EQ(m.faces[1].v[0], 5u);
+  EXPECT_EQ(m.faces[1].v[2], 3u);
+  EXPECT_EQ(m.faces[0].getMatID(), 4);
+  EXPECT_EQ(m.faces[0].smGroup, 5u);
+  EXPECT_EQ(m.faces[0].getEdgeVisBits(), 7u);
+  EXPECT_FALSE(m.faces[0].Hidden());  // bit 3 of the edge byte is not a flag
+  EXPECT_EQ(m.faces[1].getEdgeVisBits(), 3u);
+  EXPECT_TRUE(m.faceSel[0]);
+  EXPECT_FALSE(m.faceSel[1]);
+  ASSERT_EQ(m.getNumMaps(), 4);
+  EXPECT_FALSE(m.mapSupport(0));
+  EXPECT_TRUE(m.mapSupport(1));
+  EXPECT_FALSE(m.mapSupport(2));
+  EXPECT_TRUE(m.mapSupport(3));
+  EXPECT_EQ(m.Map(1).verts[2], (kv::Point3{0.5f, 0.6f, 0}));
+  EXPECT_EQ(m.Map(3).faces[1].t[0], 3u);  // element 1's corner 0 -> its map vertex 2, +1
+  EXPECT_EQ(m.Map(3).verts[m.Map(3).faces[1].t[0]], (kv::Point3{0.9f, 0, 0}));
+  if (normals) {
+    ASSERT_EQ(m.specNormals.size(), 6u);
+    EXPECT_EQ(m.specNormals[1], (kv::Point3{0, 0, 1}));
+  } else {
+    EXPECT_TRUE(m.specNormals.empty());
+  }
+
+  // An element's own mesh is rebased to its own vertices and map vertices.
+  const kv::Mesh& e1 = r.ElementMesh(1);
+  ASSERT_EQ(e1.numVerts(), 3);
+  EXPECT_EQ(e1.faces[0].v[0], 2u);
+  EXPECT_EQ(e1.getNumMaps(), 4);
+  EXPECT_FALSE(e1.mapSupport(1));
+  EXPECT_EQ(e1.Map(3).verts.size(), 3u);
+  EXPECT_EQ(e1.Map(3).faces[0].t[0], 2u);
+  EXPECT_FALSE(e1.hasSpecNormals());
+  EXPECT_EQ(r.ElementMesh(0).hasSpecNormals(), normals);
+  EXPECT_EQ(r.ElementBoxMesh(1).numFaces(), 12);
+  EXPECT_EQ(r.CombinedBoxMesh().numVerts(), 16);
+  EXPECT_EQ(r.CombinedBoxMesh().verts[8 + 7], (kv::Point3{6, 6, 5}));
+}
+
+TEST(CacheReaderOpen, ReadsEveryVersionFromHandBuiltBytes) {
+  for (uint8_t version : {1, 2, 3}) {
+    SCOPED_TRACE(int(version));
+    TempFile file("versions");
+    file.Write(kvtest::TwoElementCache(version).b);
+    kvCacheReader r(file.path);
+    ASSERT_TRUE(r.Open()) << r.ErrorMessageText();
+    EXPECT_EQ(r.Version(), version);
+    ExpectTwoElementIndex(r, version >= 2);
+  }
+}
+
+TEST(CacheReaderOpen, RejectsEveryBrokenHeaderRule) {
+  struct Case {
+    const char* what;
+    void (*edit)(Bytes&);
+  };
+  const Case cases[] = {
+      {"magic", [](Bytes& f) { f.b[0] = 'k'; }},
+      {"version 0", [](Bytes& f) { f.b[7] = 0; }},
+      {"version 4", [](Bytes& f) { f.b[7] = 4; }},
+      {"start after end", [](Bytes& f) { f.PatchI32(9, 161); }},
+      {"step 0", [](Bytes& f) { f.PatchI32(17, 0); }},
+      {"frame rate 0", [](Bytes& f) { f.PatchI32(21, 0); }},
+      {"negative elements", [](Bytes& f) { f.PatchI32(25, -1); }},
+      {"negative samples", [](Bytes& f) { f.PatchI32(29, -1); }},
+      {"zero elements, zero stride", [](Bytes& f) { f.PatchI32(25, 0), f.PatchI32(33, 0); }},
+      {"data offset", [](Bytes& f) { f.PatchI32(37, 257); }},
+      {"table offset", [](Bytes& f) { f.PatchI32(41, 256); }},
+      {"stride below one block", [](Bytes& f) { f.PatchI32(33, 97); }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Bytes f = kvtest::TwoElementCache(2);
+    c.edit(f);
+    TempFile file("header");
+    file.Write(f.b);
+    kvCacheReader r(file.path);
+    EXPECT_FALSE(r.Open());
+    EXPECT_EQ(r.ErrorCode(), kErrInvalidFile);
+    EXPECT_EQ(r.ErrorMessageText(), "Invalid cache file.");
+    EXPECT_FALSE(r.HasIndex());
+    EXPECT_FALSE(r.IsOpen());
+    EXPECT_EQ(r.Start(), INT32_MIN);
+  }
+}
+
+TEST(CacheReaderOpen, EveryTruncationFailsCleanly) {
+  const Bytes whole = kvtest::TwoElementCache(2);
+  TempFile file("trunc");
+  for (size_t n = 0; n < whole.size(); ++n) {
+    file.Write(whole.b, n);
+    kvCacheReader r(file.path);
+    ASSERT_FALSE(r.Open()) << n;
+    EXPECT_TRUE(r.ErrorCode() == kErrReadPastEof || r.ErrorCode() == kErrFile) << n;
+    EXPECT_FALSE(r.HasIndex());
+    EXPECT_EQ(r.NumElements(), 0);
+  }
+  file.Write(whole.b);
+  kvCacheReader r(file.path);
+  EXPECT_TRUE(r.Open());
+  // Reopening a reader that failed picks the file up once it is whole.
+  file.Write(whole.b, 100);
+  EXPECT_FALSE(r.Open());
+  EXPECT_EQ(r.ErrorMessageText(), "Read past EOF.");
+  file.Write(whole.b);
+  EXPECT_TRUE(r.Open());
+  EXPECT_EQ(r.ErrorCode(), kErrNone);
+}
+
+TEST(CacheReaderOpen, HostileCountsFailWithoutLargeAllocations) {
+  struct Case {
+    const char* what;
+    size_t at;
+    int32_t value;
+    uint32_t code;
+  };
+  // Offsets into the version 2 two-element file.
+  const size_t rec0 = 256, counts0 = rec0 + 4 + 4 + 24;
+  const size_t geo = 256 + (4 + 4 + 24 + 12 + 16 + 1) + (4 + 6 + 24 + 12 + 8 + 1);
+  const Case cases[] = {
+      {"huge element count", 25, 1000000, kErrReadPastEof},
+      {"huge name", rec0, 0x7FFFFFFF, kErrReadPastEof},
+      {"negative name", rec0, -5, kErrInvalidFile},
+      {"huge vertex count", counts0, 0x7FFFFFFF, kErrReadPastEof},
+      {"huge face count", counts0 + 4, 0x10000000, kErrReadPastEof},
+      {"negative face count", counts0 + 4, -1, kErrInvalidFile},
+      {"too many channels", counts0 + 8, 101, kErrInvalidFile},
+      {"channel out of range", counts0 + 12, 100, kErrInvalidFile},
+      {"channels not ascending", counts0 + 20, 1, kErrInvalidFile},
+      {"huge map count", counts0 + 16, 0x7FFFFFFF, kErrReadPastEof},
+      {"vertex index out of range", geo + 36 + 8, 3, kErrInvalidFile},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    Bytes f = kvtest::TwoElementCache(2);
+    f.PatchI32(c.at, c.value);
+    if (c.at == 25) f.PatchI32(33, 49000000), f.PatchI32(29, 0);  // no table to check
+    TempFile file("hostile");
+    file.Write(f.b);
+    kvCacheReader r(file.path);
+    EXPECT_FALSE(r.Open());
+    EXPECT_EQ(r.ErrorCode(), c.code);
+    EXPECT_FALSE(r.HasIndex());
+  }
+  // A map index beyond the element's map vertices.
+  Bytes f = kvtest::TwoElementCache(2);
+  const int32_t table = int32_t(f.b[41] | f.b[42] << 8 | f.b[43] << 16);
+  f.PatchI32(size_t(table) - 4, 3);
+  TempFile file("mapindex");
+  file.Write(f.b);
+  kvCacheReader r(file.path);
+  EXPECT_FALSE(r.Open());
+  EXPECT_EQ(r.ErrorCode(), kErrInvalidFile);
+}
+
+TEST(CacheReaderOpen, MissingFileAndMaterialLibrary) {
+  kvCacheReader missing("/nonexistent/dir/shot.kvc");
+  EXPECT_FALSE(missing.Open());
+  EXPECT_EQ(missing.ErrorCode(), kErrFileNotFound);
+  EXPECT_EQ(missing.ErrorMessageText(), "File not found.");
+  EXPECT_EQ(missing.StatusText(), "File not found.");
+
+  kvtest::FakeHost host;
+  TempFile file("library");
+  TempFile lib("library", ".mat");
+  file.Write(kvtest::TwoElementCache(2).b);
+  {
+    kvCacheReader r(file.path, &host);
+    ASSERT_TRUE(r.Open());
+    ASSERT_NE(r.MaterialLibrary(), nullptr);
+    EXPECT_EQ(r.MaterialLibrary()->Count(), 0);  // no library beside it: empty, not an error
+  }
+  {
+    std::FILE* m = std::fopen(lib.path.c_str(), "w");
+    std::fputs("Steel\nGlass\n", m);
+    std::fclose(m);
+    kvCacheReader r(file.path, &host);
+    ASSERT_TRUE(r.Open());
+    ASSERT_EQ(r.MaterialLibrary()->Count(), 2);
+    EXPECT_EQ(r.MaterialLibrary()->At(1)->GetName(), "Glass");
+  }
+}
+
+TEST(CacheReaderSamples, LoadsBlocksOnDemandAndHonoursKeepOpen) {
+  TempFile file("samples");
+  file.Write(kvtest::TwoElementCache(2).b);
+  kvCacheReader r(file.path);
+  r.SetLoadType(LoadType::PerSample);
+  ASSERT_TRUE(r.Open());
+  EXPECT_FALSE(r.IsOpen());
+  EXPECT_EQ(r.StatusText(), "F:" + SizeText(2 * 98 + 6 * 12) + ", M:" + SizeText(6 * 12));
+
+  FrameSettings s;
+  FrameScratch scratch;
+  std::vector<ElementFrameState> st(2);
+  st[0].time = 160;  // sample 1
+  st[1].time = 0;    // sample 0
+  ASSERT_TRUE(r.LoadSamplesForElements(st, s, scratch));
+  EXPECT_FALSE(r.IsOpen());  // per-sample: closed after the batch
+  EXPECT_TRUE(r.AllSamplesLoaded());
+  EXPECT_EQ(r.SampleTransform(0, 1).GetTrans(), (kv::Point3{2, 0, 0}));
+  EXPECT_EQ(r.SampleTransform(1, 0).GetTrans(), (kv::Point3{10, 0, 0}));
+  EXPECT_FALSE(r.SampleVisible(1, 0));
+  EXPECT_TRUE(r.SampleVisible(1, 1));
+  EXPECT_EQ(r.StatusText(), "F:268 B, M:268 B");
+
+  // A block that is not loaded yet, with the file gone since: code 2, index dropped.
+  kvCacheReader gone(file.path);
+  gone.SetKeepOpen(false);
+  ASSERT_TRUE(gone.Open());
+  std::remove(file.path.c_str());
+  EXPECT_FALSE(gone.LoadSample(0, false));
+  EXPECT_EQ(gone.ErrorCode(), kErrNotOpen);
+  EXPECT_FALSE(gone.HasIndex());
+  EXPECT_EQ(gone.StatusText(), "Unknown file error.");
+}
+
+TEST(CacheReaderSamples, PreLoadReportsProgressAndCanBeCancelled) {
+  TempFile file("preload");
+  file.Write(kvtest::GridCache(3, 5).b);
+  struct Log {
+    std::vector<std::pair<uint32_t, uint32_t>> calls;
+    size_t cancelAt = 99;
+  } log;
+  auto cb = [](void* user, uint32_t done, uint32_t total) {
+    auto* l = static_cast<Log*>(user);
+    l->calls.emplace_back(done, total);
+    return l->calls.size() < l->cancelAt;
+  };
+  kvCacheReader r(file.path);
+  ASSERT_TRUE(r.Open());
+  r.SetProgressCallback(cb, &log);
+  ASSERT_TRUE(r.LoadAllSamples());
+  ASSERT_EQ(log.calls.size(), 5u);
+  EXPECT_EQ(log.calls[0], (std::pair<uint32_t, uint32_t>{147, 735}));
+  EXPECT_EQ(log.calls[4], (std::pair<uint32_t, uint32_t>{735, 735}));
+  EXPECT_TRUE(r.AllSamplesLoaded());
+  EXPECT_EQ(r.SampleTransform(2, 4).GetTrans(), (kv::Point3{4, 2, 0}));
+
+  log.calls.clear();
+  log.cancelAt = 2;
+  ASSERT_TRUE(r.Open());
+  EXPECT_FALSE(r.LoadAllSamples());
+  EXPECT_EQ(r.ErrorCode(), kErrCancelled);
+  EXPECT_EQ(r.ErrorMessageText(), "Operation cancelled.");
+  EXPECT_FALSE(r.InError());
+  EXPECT_EQ(r.NumSamplesLoaded(), 2);
+}
+
+}  // namespace
