@@ -176,20 +176,5 @@ TEST(Mesh, AppendOffsetsIndicesAndFillsMissingChannels) {
   EXPECT_EQ(e.Map(3).verts.size(), b.Map(3).verts.size());
 }
 
-TEST(Face, FlagsKeepTheirFieldsApart) {
-  Face f;
-  f.setMatID(0xBEEF);
-  f.setEdgeVisBits(kEdgeA | kEdgeC);
-  f.Hide();
-  EXPECT_EQ(f.getMatID(), 0xBEEF);
-  EXPECT_EQ(f.getEdgeVisBits(), kEdgeA | kEdgeC);
-  EXPECT_FALSE(f.getEdgeVis(1));
-  f.setMatID(3);
-  f.Show();
-  EXPECT_EQ(f.getMatID(), 3);
-  EXPECT_EQ(f.getEdgeVisBits(), kEdgeA | kEdgeC);
-  EXPECT_FALSE(f.Hidden());
-}
-
 }  // namespace
 }  // namespace kv

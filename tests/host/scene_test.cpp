@@ -1,11 +1,12 @@
 // Nodes, hierarchy, visibility, materials, feedback and files of the standalone scene.
-#include "host/standalone/controls.h"
 #include "host/standalone/scene.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
+
+#include "host/standalone/controls.h"
 
 namespace kv::standalone {
 namespace {

@@ -68,6 +68,9 @@ struct Key {
   TimeValue t = 0;
   T v{};
   float tens = 0, cont = 0, bias = 0;
+  // Explicit Bezier tangents (slopes per tick) instead of the smooth ones.
+  bool hasTan = false;
+  T inTan{}, outTan{};
 };
 
 template <class T>
@@ -113,6 +116,8 @@ auto EvalVec(const std::vector<Key<T>>& k, Interp ip, size_t i, float s, Get get
                   : (p1 - get(k[i - 1].v)) * (seg / static_cast<float>(k[i + 1].t - k[i - 1].t));
     m1 = (i + 2 >= n) ? (p1 - p0)
                       : (get(k[i + 2].v) - p0) * (seg / static_cast<float>(k[i + 2].t - k[i].t));
+    if (k[i].hasTan) m0 = get(k[i].outTan) * seg;
+    if (k[i + 1].hasTan) m1 = get(k[i + 1].inTan) * seg;
   } else {
     const Key<T>& a = k[i];
     const Key<T>& b = k[i + 1];
@@ -138,6 +143,19 @@ Quat EvalRot(const std::vector<Key<T>>& k, Interp ip, size_t i, float s, Get get
   const Key<T>& a = k[i];
   const Key<T>& b = k[i + 1];
   const float seg = static_cast<float>(b.t - a.t);
+  if (!tcb && a.hasTan && b.hasTan) {
+    // Explicit tangents: component-wise Hermite, then back onto the unit sphere (the cubic
+    // spline of interchange formats).
+    const Quat p = get(a.v), q = get(b.v), mo = get(a.outTan), mi = get(b.inTan);
+    const float s2 = s * s, s3 = s2 * s;
+    const float h00 = 2 * s3 - 3 * s2 + 1, h10 = (s3 - 2 * s2 + s) * seg;
+    const float h01 = -2 * s3 + 3 * s2, h11 = (s3 - s2) * seg;
+    auto h = [&](float p0, float m0, float p1, float m1) {
+      return h00 * p0 + h10 * m0 + h01 * p1 + h11 * m1;
+    };
+    return Unit({h(p.x, mo.x, q.x, mi.x), h(p.y, mo.y, q.y, mi.y), h(p.z, mo.z, q.z, mi.z),
+                 h(p.w, mo.w, q.w, mi.w)});
+  }
   const Point3 g12 = QLog(Ham(q1.Conjugate(), q2));
   // Outgoing tangent at q1 and the inner point after it.
   Point3 out = g12 * (1 - (tcb ? a.tens : 0));
@@ -230,6 +248,7 @@ struct KeyClip final : host::TrackClip {
 class KeyControlBase : public host::Control {
  public:
   virtual void SetInterpolation(Interp ip) = 0;
+  virtual bool SetTangents(int key, const ControlValue& in, const ControlValue& out) = 0;
   virtual void SaveTrack(host::ISave& s) const = 0;
   virtual bool LoadTrack(host::ILoad& l) = 0;
 };
@@ -345,6 +364,15 @@ class KeyControl final : public KeyControlBase {
     Hold();
     d_->interp = ip;
   }
+  bool SetTangents(int key, const ControlValue& in, const ControlValue& out) override {
+    const T* a = std::get_if<T>(&in);
+    const T* b = std::get_if<T>(&out);
+    if (!InRange(key) || !a || !b) return false;
+    Hold();
+    Key<T>& k = d_->keys[key];
+    k.hasTan = true, k.inTan = *a, k.outTan = *b;
+    return true;
+  }
   void SaveTrack(host::ISave& s) const override;
   bool LoadTrack(host::ILoad& l) override;
 
@@ -439,6 +467,7 @@ class PRSControl final : public KeyControlBase {
     return true;
   }
   void SetInterpolation(Interp) override {}
+  bool SetTangents(int, const ControlValue&, const ControlValue&) override { return false; }
   void SaveTrack(host::ISave& s) const override {
     SaveControl(*pos_, s);
     SaveControl(*rot_, s);
@@ -532,6 +561,9 @@ void KeyControl<T>::SaveTrack(host::ISave& s) const {
     Put(s, &k.t, 4);
     WriteValue(s, k.v);
     WriteValue(s, k.tens), WriteValue(s, k.cont), WriteValue(s, k.bias);
+    const uint8_t hasTan = k.hasTan ? 1 : 0;
+    Put(s, &hasTan, 1);
+    if (k.hasTan) WriteValue(s, k.inTan), WriteValue(s, k.outTan);
   }
 }
 
@@ -606,6 +638,12 @@ bool SetInterp(host::Control& c, host::Interp interp) {
   if (!k || c.Kind() == ControlKind::PRS) return false;
   k->SetInterpolation(interp);
   return true;
+}
+
+bool SetKeyTangents(host::Control& c, int key, const host::ControlValue& in,
+                    const host::ControlValue& out) {
+  auto* k = dynamic_cast<KeyControlBase*>(&c);
+  return k && k->SetTangents(key, in, out);
 }
 
 bool SaveControl(const host::Control& c, host::ISave& s) {

@@ -44,6 +44,13 @@ inline std::unique_ptr<host::Control> MakeControl(host::ControlKind kind, UndoSt
 // Changes the interpolation of a keyframe controller made by MakeControl; false for others.
 bool SetInterp(host::Control& c, host::Interp interp);
 
+// Gives key `key` explicit Bezier tangents, slopes per tick of the key's value type (for
+// rotations the quaternion's components), used instead of the smooth ones under Bezier
+// interpolation. A rotation uses them only when both keys of a segment have them, and then
+// interpolates component-wise and normalises. False when the key or the types do not fit.
+bool SetKeyTangents(host::Control& c, int key, const host::ControlValue& in,
+                    const host::ControlValue& out);
+
 // The scene-file form of a controller made by MakeControl: its kind, interpolation, constant
 // value and keys (a PRS controller: its three sub-controllers), in one chunk.
 bool SaveControl(const host::Control& c, host::ISave& s);

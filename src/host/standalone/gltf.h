@@ -1,0 +1,35 @@
+// glTF 2.0 import and export of whole animated scenes.
+//
+// The scene is Z-up and glTF is Y-up: import maps glTF (x, y, z) to (x, -z, y) by one
+// rotation folded into the root nodes' transforms, export maps back. One scene unit is one
+// metre; animation seconds become ticks (4800 a second).
+//
+// Import: meshes (positions, normals as explicit normals, TEXCOORD_0 as map channel 1 with v
+// flipped, COLOR_0 as map channel 0), base colours as standard materials, a mesh of several
+// primitives as one mesh with a material id per primitive and a multi-material, the node
+// hierarchy (nodes without a mesh become point helpers), translation, rotation and scale
+// animations (STEP -> Step, LINEAR -> Linear, CUBICSPLINE -> Bezier with the file's
+// tangents), and node visibility from KHR_node_visibility, static or animated through
+// KHR_animation_pointer (a Step track of 0 and 1). The animation range becomes the whole
+// frames that cover every key.
+//
+// Export: every node with its name and hierarchy, geometry as one primitive per material id
+// (corners unwelded), materials as base colours, and position, rotation and scale tracks:
+// Step and Linear keys as they are, Bezier and TCB tracks sampled at every frame (LINEAR).
+#pragma once
+
+#include <string>
+
+#include "host/standalone/scene.h"
+
+namespace kv::standalone {
+
+// Adds the file's default scene (.gltf or .glb) to `scene`. On failure returns false with a
+// message in `error`; the scene is then left as it was (no node, object or material added).
+bool ImportGltf(Scene& scene, const std::string& path, std::string& error);
+
+// Writes the scene's nodes as .glb when the path ends in ".glb", else as .gltf with its
+// buffer embedded. False with a message when the file cannot be written.
+bool ExportGltf(Scene& scene, const std::string& path, std::string& error);
+
+}  // namespace kv::standalone

@@ -1,0 +1,299 @@
+// glTF import against a hand-written animated file and Blender's own evaluation of a real
+// scene; export checked by the Khronos validator and by importing it back.
+#include "host/standalone/gltf.h"
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+namespace kv::standalone {
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path TempDir(const std::string& name) {
+  fs::path p = fs::temp_directory_path() / ("kv_gltf_" + name + "_" + std::to_string(getpid()));
+  fs::remove_all(p);
+  fs::create_directories(p);
+  return p;
+}
+
+fs::path SharedData() {
+  const char* env = std::getenv("KV_SHARED_DATA_DIR");
+  return env ? fs::path(env) : fs::path(KV_SHARED_DATA_DIR);
+}
+
+// One mesh of two primitives (two materials, normals and UVs on the first), a root node
+// "Box" with LINEAR translation, STEP rotation, CUBICSPLINE scale and animated visibility,
+// and a child "Kid" that shares the mesh.
+void WriteHandFile(const fs::path& dir) {
+  const std::vector<float> data = {
+      0, 0,    0, 1, 0, 0,           0, 1,           0,  // 0: positions 0
+      0, 0,    1, 1, 0, 1,           0, 1,           1,  // 36: positions 1
+      0, 0,    1, 0, 0, 1,           0, 0,           1,  // 72: normals 0
+      0, 0,    1, 0, 0, 0.25f,                           // 108: uv 0
+      0, 1,                                              // 132: times
+      0, 0,    0, 2, 4, 6,                               // 140: translation
+      0, 0,    0, 1, 0, 0.70710678f, 0, 0.70710678f,     // 164: rotation
+      0, 0,    0, 1, 1, 1,           4, 4,           4,
+      0, 0,    0, 3, 3, 3,           0, 0,           0,  // 196: cubic scale
+      0, 0.5f,                                           // 268: visibility times
+      1, 0};                                             // 276: visibility
+  std::ofstream(dir / "hand.bin", std::ios::binary)
+      .write(reinterpret_cast<const char*>(data.data()),
+             static_cast<std::streamsize>(data.size() * 4));
+  std::ofstream(dir / "hand.gltf") << R"({
+  "asset": {"version": "2.0"},
+  "extensionsUsed": ["KHR_node_visibility", "KHR_animation_pointer"],
+  "scene": 0, "scenes": [{"nodes": [0]}],
+  "nodes": [{"name": "Box", "mesh": 0, "children": [1]}, {"name": "Kid", "mesh": 0, "translation": [0, 5, 0]}],
+  "materials": [{"name": "Red", "pbrMetallicRoughness": {"baseColorFactor": [1, 0, 0, 1]}},
+                {"name": "Green", "pbrMetallicRoughness": {"baseColorFactor": [0, 1, 0, 1]}}],
+  "meshes": [{"name": "Tri", "primitives": [
+     {"attributes": {"POSITION": 0, "NORMAL": 2, "TEXCOORD_0": 3}, "material": 0},
+     {"attributes": {"POSITION": 1}, "material": 1}]}],
+  "buffers": [{"uri": "hand.bin", "byteLength": 284}],
+  "bufferViews": [{"buffer": 0, "byteOffset": 0, "byteLength": 284}],
+  "accessors": [
+    {"bufferView": 0, "byteOffset": 0, "componentType": 5126, "count": 3, "type": "VEC3", "min": [0,0,0], "max": [1,1,0]},
+    {"bufferView": 0, "byteOffset": 36, "componentType": 5126, "count": 3, "type": "VEC3", "min": [0,0,1], "max": [1,1,1]},
+    {"bufferView": 0, "byteOffset": 72, "componentType": 5126, "count": 3, "type": "VEC3"},
+    {"bufferView": 0, "byteOffset": 108, "componentType": 5126, "count": 3, "type": "VEC2"},
+    {"bufferView": 0, "byteOffset": 132, "componentType": 5126, "count": 2, "type": "SCALAR", "min": [0], "max": [1]},
+    {"bufferView": 0, "byteOffset": 140, "componentType": 5126, "count": 2, "type": "VEC3"},
+    {"bufferView": 0, "byteOffset": 164, "componentType": 5126, "count": 2, "type": "VEC4"},
+    {"bufferView": 0, "byteOffset": 196, "componentType": 5126, "count": 6, "type": "VEC3"},
+    {"bufferView": 0, "byteOffset": 268, "componentType": 5126, "count": 2, "type": "SCALAR", "min": [0], "max": [0.5]},
+    {"bufferView": 0, "byteOffset": 276, "componentType": 5126, "count": 2, "type": "SCALAR"}],
+  "animations": [{"samplers": [
+      {"input": 4, "output": 5, "interpolation": "LINEAR"},
+      {"input": 4, "output": 6, "interpolation": "STEP"},
+      {"input": 4, "output": 7, "interpolation": "CUBICSPLINE"},
+      {"input": 8, "output": 9, "interpolation": "STEP"}],
+    "channels": [
+      {"sampler": 0, "target": {"node": 0, "path": "translation"}},
+      {"sampler": 1, "target": {"node": 0, "path": "rotation"}},
+      {"sampler": 2, "target": {"node": 0, "path": "scale"}},
+      {"sampler": 3, "target": {"path": "pointer", "extensions": {"KHR_animation_pointer":
+          {"pointer": "/nodes/0/extensions/KHR_node_visibility/visible"}}}}]}]
+})";
+}
+
+bool Near(const Point3& a, const Point3& b, float eps) {
+  return (a - b).Length() <= eps;
+}
+
+TEST(Gltf, ImportsHandWrittenAnimationBetweenKeys) {
+  const fs::path dir = TempDir("hand");
+  WriteHandFile(dir);
+  Scene s;
+  std::string err;
+  ASSERT_TRUE(ImportGltf(s, (dir / "hand.gltf").string(), err)) << err;
+  SceneNode* box = s.FindNode("Box");
+  SceneNode* kid = s.FindNode("Kid");
+  ASSERT_TRUE(box && kid);
+  EXPECT_EQ(kid->GetParent(), box);
+  EXPECT_EQ(kid->GetObjectRef(), box->GetObjectRef());
+  EXPECT_EQ(s.GetAnimRange(), Interval(0, 4800));
+
+  // LINEAR translation halfway: glTF (1, 2, 3) is (1, -3, 2) in the Z-up scene.
+  EXPECT_TRUE(Near(box->GetNodeTM(2400).GetTrans(), {1, -3, 2}, 1e-5f));
+  // STEP rotation: still the rest pose at 0.75 s, a quarter turn about glTF +Y at 1 s, which
+  // takes glTF +X to glTF -Z, i.e. scene +Y. CUBICSPLINE scale at 0.5 s with out-tangent 4:
+  // 0.5*1 + 0.125*4 + 0.5*3 = 2.5 (linear would give 2).
+  const Point3 x75 = box->GetNodeTM(3600).VectorTransform({1, 0, 0});
+  EXPECT_TRUE(Near(x75.Normalized(), {1, 0, 0}, 1e-5f));
+  EXPECT_TRUE(Near(box->GetNodeTM(4800).VectorTransform({1, 0, 0}), {0, 3, 0}, 1e-4f));
+  EXPECT_NEAR(box->GetNodeTM(2400).VectorTransform({1, 0, 0}).Length(), 2.5f, 1e-4f);
+  // Visibility steps off at 0.5 s, and the child inherits it.
+  EXPECT_EQ(box->GetVisibility(1200), 1.0f);
+  EXPECT_EQ(box->GetVisibility(2880), 0.0f);
+  EXPECT_EQ(kid->GetVisibility(2880), 0.0f);
+  // The child's rest translation is in the parent's (Y-up) space: no second turn.
+  EXPECT_TRUE(Near(kid->GetNodeTM(0).GetTrans(), {0, 0, 5}, 1e-5f));
+
+  // Two primitives: one mesh with material ids 0 and 1 under a multi-material.
+  Mesh m;
+  ASSERT_TRUE(box->EvalTriMesh(0, false, m));
+  ASSERT_EQ(m.numFaces(), 2);
+  EXPECT_EQ(m.faces[1].getMatID(), 1);
+  EXPECT_EQ(m.faces[1].v[0], 3u);
+  ASSERT_TRUE(box->GetMtl() && box->GetMtl()->NumSubMtls() == 2);
+  EXPECT_EQ(static_cast<StdMtl*>(box->GetMtl()->GetSubMtl(1))->diffuse, (Point3{0, 1, 0}));
+  ASSERT_TRUE(m.mapSupport(1));
+  EXPECT_FLOAT_EQ(m.Map(1).verts[2].y, 0.75f);  // v flipped
+  ASSERT_TRUE(m.hasSpecNormals());
+  EXPECT_EQ(m.specNormals[0], (Point3{0, 0, 1}));
+  fs::remove_all(dir);
+}
+
+TEST(Gltf, BadFilesFailClearlyAndAddNothing) {
+  const fs::path dir = TempDir("bad");
+  WriteHandFile(dir);
+  Scene s;
+  std::string err;
+  EXPECT_FALSE(ImportGltf(s, (dir / "missing.gltf").string(), err));
+  EXPECT_NE(err.find("cannot open"), std::string::npos);
+  // Truncate the buffer: accessors now reach past it.
+  fs::resize_file(dir / "hand.bin", 200);
+  EXPECT_FALSE(ImportGltf(s, (dir / "hand.gltf").string(), err));
+  EXPECT_FALSE(err.empty());
+  std::ofstream(dir / "junk.glb", std::ios::binary) << "glTF\x02\0\0\0";
+  EXPECT_FALSE(ImportGltf(s, (dir / "junk.glb").string(), err));
+  EXPECT_TRUE(s.AllNodes(true).empty());
+  EXPECT_TRUE(s.Materials().empty());
+  fs::remove_all(dir);
+}
+
+// Runs the Khronos validator on a file; "" when it passes, else its report. Skips (sets
+// `skip`) when node is not installed.
+std::string Validate(const fs::path& file, bool& skip) {
+  skip = false;
+  if (std::system("node --version > /dev/null 2>&1") != 0) {
+    skip = true;
+    return {};
+  }
+  const fs::path tools = fs::canonical("/proc/self/exe").parent_path() / ".tools";
+  if (!fs::exists(tools / "node_modules" / "gltf-validator")) {
+    fs::create_directories(tools);
+    const std::string cmd =
+        "cd '" + tools.string() +
+        "' && npm install --no-audit --no-fund --silent gltf-validator > npm.log 2>&1";
+    if (std::system(cmd.c_str()) != 0)
+      return "npm could not install gltf-validator (see " + (tools / "npm.log").string() + ")";
+  }
+  std::ofstream(tools / "validate.js") << R"(
+const v = require('gltf-validator'), fs = require('fs'), path = require('path');
+const f = process.argv[2];
+v.validateBytes(new Uint8Array(fs.readFileSync(f)), {uri: path.basename(f),
+    externalResourceFunction: (u) => new Promise((ok, no) => {
+      try { ok(new Uint8Array(fs.readFileSync(path.join(path.dirname(f), decodeURIComponent(u))))); }
+      catch (e) { no(e.toString()); } })})
+  .then((r) => { if (r.issues.numErrors) { console.log(JSON.stringify(r.issues.messages)); process.exit(1); } })
+  .catch((e) => { console.log(String(e)); process.exit(2); });
+)";
+  const fs::path out = file.string() + ".report";
+  const std::string cmd = "NODE_PATH='" + (tools / "node_modules").string() + "' node '" +
+                          (tools / "validate.js").string() + "' '" + file.string() + "' > '" +
+                          out.string() + "' 2>&1";
+  if (std::system(cmd.c_str()) == 0) return {};
+  std::ifstream in(out);
+  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>()) + " ";
+}
+
+TEST(Gltf, ExportPassesTheValidatorAndImportsBack) {
+  const fs::path dir = TempDir("export");
+  Scene s;
+  Mesh m;
+  m.setNumVerts(4);
+  m.verts = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 1}};
+  m.setNumFaces(2);
+  m.faces[0].setVerts(0, 1, 2);
+  m.faces[1].setVerts(0, 2, 3);
+  m.faces[1].setMatID(1);
+  m.setMapSupport(1);
+  m.Map(1).verts = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+  m.Map(1).faces = {{{0, 1, 2}}, {{0, 2, 3}}};
+  auto* root = static_cast<SceneNode*>(s.CreateMeshNode(m, "Root"));
+  MultiMtl* mm = s.NewMultiMtl("Both");
+  mm->subs = {s.NewStdMtl("A", {1, 0, 0}), s.NewStdMtl("B", {0, 0, 1})};
+  root->SetMtl(mm);
+  auto* child = static_cast<SceneNode*>(s.CreateMeshNode(m, "Child"));
+  s.Link(child, root);
+  root->KeyPosition(0, {0, 0, 0});
+  root->KeyPosition(1600, {10, 5, 2});
+  root->KeyPosition(3200, {0, 8, 0});
+  root->KeyRotation(0, Quat{});
+  root->KeyRotation(3200, Quat(AngAxis{{0, 0, 1}, 2.0f}));
+  child->KeyPosition(0, {1, 2, 3});
+  child->KeyScale(800, {2, 2, 2});
+  child->KeyScale(1600, {1, 3, 1});
+
+  for (const char* name : {"out.glb", "out.gltf"}) {
+    const fs::path file = dir / name;
+    std::string err;
+    ASSERT_TRUE(ExportGltf(s, file.string(), err)) << err;
+    bool skip = false;
+    const std::string report = Validate(file, skip);
+    if (skip) {
+      GTEST_SKIP() << "node is not installed: the glTF validator cannot run";
+    }
+    EXPECT_EQ(report, "") << name;
+
+    Scene back;
+    ASSERT_TRUE(ImportGltf(back, file.string(), err)) << err;
+    SceneNode* r2 = back.FindNode("Root");
+    SceneNode* c2 = back.FindNode("Child");
+    ASSERT_TRUE(r2 && c2);
+    for (TimeValue t : {0, 800, 1600, 2400, 3200}) {
+      EXPECT_TRUE(r2->GetNodeTM(t).Equals(root->GetNodeTM(t), 1e-3f)) << name << " t " << t;
+      EXPECT_TRUE(c2->GetNodeTM(t).Equals(child->GetNodeTM(t), 1e-3f)) << name << " t " << t;
+    }
+    Mesh got;
+    ASSERT_TRUE(r2->EvalTriMesh(0, false, got));
+    EXPECT_EQ(got.numFaces(), 2);
+    ASSERT_TRUE(r2->GetMtl() && r2->GetMtl()->NumSubMtls() == 2);
+    EXPECT_EQ(r2->GetMtl()->GetSubMtl(1)->GetName(), "B");
+  }
+  fs::remove_all(dir);
+}
+
+std::string Gunzip(const fs::path& p) {
+  gzFile f = gzopen(p.string().c_str(), "rb");
+  if (!f) return {};
+  std::string out;
+  char buf[1 << 16];
+  int n;
+  while ((n = gzread(f, buf, sizeof buf)) > 0) out.append(buf, static_cast<size_t>(n));
+  gzclose(f);
+  return out;
+}
+
+TEST(Gltf, BlenderSceneMatchesBlendersOwnPositions) {
+  const fs::path data = SharedData();
+  const std::string text = Gunzip(data / "blender-stack-positions.json.gz");
+  ASSERT_FALSE(text.empty()) << "missing " << (data / "blender-stack-positions.json.gz");
+  const nlohmann::json ref = nlohmann::json::parse(text);
+  Scene s;
+  std::string err;
+  ASSERT_TRUE(ImportGltf(s, (data / "blender-stack.glb").string(), err)) << err;
+  EXPECT_EQ(s.GetAnimRange(), Interval(0, 30 * 160));
+
+  int compared = 0;
+  for (const auto& [frame, objects] : ref["frames"].items()) {
+    const TimeValue t = std::stoi(frame) * s.GetTicksPerFrame();
+    for (const auto& [name, points] : objects.items()) {
+      SceneNode* n = s.FindNode(name);
+      ASSERT_NE(n, nullptr) << name;
+      Mesh m;
+      ASSERT_TRUE(n->EvalTriMesh(t, false, m)) << name;
+      const Matrix3 tm = n->GetObjectTM(t);
+      std::vector<Point3> ours;
+      for (const Point3& v : m.verts) ours.push_back(v * tm);
+      std::vector<Point3> theirs;
+      for (const auto& p : points)
+        theirs.push_back({p[0].get<float>(), p[1].get<float>(), p[2].get<float>()});
+      // As point sets: every point of each has a partner in the other.
+      auto covered = [](const std::vector<Point3>& a, const std::vector<Point3>& b) {
+        float worst = 0;
+        for (const Point3& p : a) {
+          float best = 1e30f;
+          for (const Point3& q : b) best = std::min(best, (p - q).LengthSquared());
+          worst = std::max(worst, best);
+        }
+        return std::sqrt(worst);
+      };
+      EXPECT_LT(covered(theirs, ours), 1e-4f) << name << " frame " << frame;
+      EXPECT_LT(covered(ours, theirs), 1e-4f) << name << " frame " << frame;
+      ++compared;
+    }
+  }
+  EXPECT_GT(compared, 31 * 20);
+}
+
+}  // namespace
+}  // namespace kv::standalone
