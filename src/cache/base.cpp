@@ -85,6 +85,8 @@ bool kvCacheBase::Seek(int64_t offset, int origin, uint32_t failCode) {
 }
 
 bool kvCacheBase::ReportProgress(uint32_t done, uint32_t total) {
+  lastDone_ = done;
+  lastTotal_ = total;
   if (progress_ && !progress_(progressUser_, done, total)) {
     error_ = kErrCancelled;
     return false;
@@ -118,4 +120,11 @@ bool kvCacheBase::WriteBytes(const void* src, size_t n) {
   return true;
 }
 
+}  // namespace KelvaneTools
+
+namespace KelvaneTools {
+std::string MaterialLibraryPath(const std::string& cacheFile) {
+  if (cacheFile.size() < 3) return {};
+  return cacheFile.substr(0, cacheFile.size() - 3) + "mat";
+}
 }  // namespace KelvaneTools

@@ -84,6 +84,13 @@ class kvCacheBase {
   int32_t start_, end_, step_, version_;
   ProgressFn progress_ = nullptr;
   void* progressUser_ = nullptr;
+  uint32_t lastDone_ = 0, lastTotal_ = 0;  // the values last reported
 };
 
+}  // namespace KelvaneTools
+
+namespace KelvaneTools {
+// The material library kept beside a cache: the name with its last three characters
+// replaced by "mat" ("shot.kvc" -> "shot.mat").
+std::string MaterialLibraryPath(const std::string& cacheFile);
 }  // namespace KelvaneTools

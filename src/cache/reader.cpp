@@ -378,8 +378,8 @@ void kvCacheReader::LoadMaterialLibrary() {
   mtlLib_.reset();
   if (!host_) return;
   mtlLib_ = host_->NewMtlLib();
-  if (!mtlLib_ || fileName_.size() < 3) return;
-  const std::string path = fileName_.substr(0, fileName_.size() - 3) + "mat";
+  const std::string path = MaterialLibraryPath(fileName_);
+  if (!mtlLib_ || path.empty()) return;
   if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
     std::fclose(f);
     host_->LoadMaterialLibrary(path, *mtlLib_);  // a library that fails to load stays empty

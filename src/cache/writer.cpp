@@ -1,0 +1,346 @@
+#include "cache/writer.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+
+#include "host/interface.h"
+
+namespace KelvaneTools {
+
+namespace {
+
+// Byte appender for the buffered writes; little-endian, packed.
+struct Out {
+  std::vector<uint8_t>& b;
+  template <class T>
+  void put(T v) {
+    const size_t n = b.size();
+    b.resize(n + sizeof v);
+    std::memcpy(b.data() + n, &v, sizeof v);
+  }
+  void raw(const void* p, size_t n) {
+    const auto* c = static_cast<const uint8_t*>(p);
+    b.insert(b.end(), c, c + n);
+  }
+  void zeros(size_t n) { b.insert(b.end(), n, 0); }
+};
+
+// Characters of a UTF-8 string: bytes that do not continue a sequence.
+size_t CharCount(const std::string& s) {
+  size_t n = 0;
+  for (unsigned char c : s) n += (c & 0xC0) != 0x80;
+  return n;
+}
+
+constexpr size_t kFlushBytes = 1u << 20;
+
+}  // namespace
+
+// ---------------------------------------------------------------------------- node source
+
+std::string NodeElementSource::Name(int i) const {
+  return nodes_[size_t(i)]->GetName();
+}
+
+bool NodeElementSource::CaptureMesh(int i, kv::TimeValue t, bool render, kv::Mesh& out) {
+  return nodes_[size_t(i)]->EvalTriMesh(t, render, out);
+}
+
+kv::host::Mtl* NodeElementSource::Material(int i) const {
+  return nodes_[size_t(i)]->GetMtl();
+}
+
+void NodeElementSource::Sample(kv::TimeValue t, std::span<const int> elements,
+                               kv::Matrix3* objectTM, float* visibility) {
+  for (size_t k = 0; k < elements.size(); ++k) {
+    const kv::host::Node* n = nodes_[size_t(elements[k])];
+    objectTM[k] = n->GetObjectTM(t);
+    visibility[k] = n->GetVisibility(t);
+  }
+}
+
+// ---------------------------------------------------------------------------- writer
+
+kvCacheWriter::kvCacheWriter(std::string fileName, const kv::Matrix3& reference,
+                             kv::TimeValue start, kv::TimeValue end, kv::TimeValue step,
+                             int version, ElementSource& source, kv::host::Interface* host)
+    : kvCacheBase(std::move(fileName), true, version, start, end, step),
+      reference_(reference),
+      source_(source),
+      host_(host) {}
+
+kvCacheWriter::~kvCacheWriter() = default;
+
+bool kvCacheWriter::AddElement(int sourceIndex, kv::TimeValue t, bool renderMesh) {
+  if (sourceIndex < 0 || sourceIndex >= source_.Count()) return false;
+  Entry e;
+  e.source = sourceIndex;
+  try {
+    if (!source_.CaptureMesh(sourceIndex, t, renderMesh, e.mesh)) return false;
+  } catch (...) {
+    return false;
+  }
+  if (e.mesh.numVerts() < 1 || e.mesh.numFaces() < 1) return false;
+  e.mesh.DeleteIsoMapVerts();
+  e.mesh.DeleteIsoVerts();
+  e.mesh.InvalidateTopologyCache();
+  elements_.push_back(std::move(e));
+  return true;
+}
+
+bool kvCacheWriter::BuildCombinedMaterial() {
+  combined_ = nullptr;
+  if (!host_) return true;
+  try {
+    for (Entry& e : elements_) {
+      kv::host::Mtl* m = source_.Material(e.source);
+      if (!m) continue;
+      host_->FitMeshIDsToMaterial(e.mesh, m);
+      if (!combined_) {
+        combined_ = m;
+      } else if (m != combined_) {
+        int offset = 0;
+        combined_ = host_->CombineMaterials(combined_, m, offset);
+        e.matIdOffset = uint16_t(offset);
+      }
+    }
+    if (combined_) {
+      const std::string base = std::filesystem::path(fileName_).stem().string();
+      combined_->SetName(base.empty() ? "KV Cache" : base);
+    }
+  } catch (...) {
+    error_ = kErrException;
+    return false;
+  }
+  return true;
+}
+
+bool kvCacheWriter::Flush(std::vector<uint8_t>& buf) {
+  const bool ok = WriteBytes(buf.data(), buf.size());
+  buf.clear();
+  return ok;
+}
+
+bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
+  if (elements_.empty()) return false;
+  if (!OpenFile()) return false;
+  struct Closer {
+    kvCacheWriter& w;
+    ~Closer() { w.Close(); }
+  } closer{*this};
+
+  const int version = version_;
+  const uint8_t zeros[kDataOffset] = {};
+  if (!WriteBytes(zeros, sizeof zeros)) return false;
+  if (!BuildCombinedMaterial()) return false;
+
+  // Union of channels; every element then carries every channel of it.
+  channels_.clear();
+  for (const Entry& e : elements_)
+    for (int ch = 0; ch < e.mesh.getNumMaps(); ++ch)
+      if (e.mesh.mapSupport(ch)) channels_.push_back(ch);
+  std::sort(channels_.begin(), channels_.end());
+  channels_.erase(std::unique(channels_.begin(), channels_.end()), channels_.end());
+  for (Entry& e : elements_) {
+    kv::Mesh& m = e.mesh;
+    for (int ch : channels_) {
+      if (m.mapSupport(ch)) continue;
+      if (m.getNumMaps() <= ch) m.setNumMaps(ch + 1);
+      kv::MapChannel& map = m.Map(ch);
+      map.support = true;
+      map.verts.assign(size_t(m.numVerts()), kv::Point3{});
+      map.faces.resize(size_t(m.numFaces()));
+      for (size_t f = 0; f < m.faces.size(); ++f)
+        map.faces[f] = {{m.faces[f].v[0], m.faces[f].v[1], m.faces[f].v[2]}};
+    }
+  }
+
+  const int64_t numSamples64 = (int64_t(end_) - start_ + step_) / std::max(step_, 1);
+  if (step_ < 1 || numSamples64 > INT32_MAX ||
+      int64_t(elements_.size()) * int64_t(kSampleRecordSize) > INT32_MAX) {
+    error_ = kErrFile;
+    return false;
+  }
+  const int32_t numSamples = int32_t(numSamples64);
+
+  // Element records, with the predicted size of the blocks that follow.
+  std::vector<uint8_t> buf;
+  buf.reserve(kFlushBytes + 4096);
+  Out out{buf};
+  const size_t faceSize = FaceRecordSize(version);
+  uint64_t predicted = 0;
+  for (const Entry& e : elements_) {
+    const kv::Mesh& m = e.mesh;
+    std::string name;
+    try {
+      name = source_.Name(e.source);
+    } catch (...) {
+      error_ = kErrException;
+      return false;
+    }
+    // The name's character count, then that many bytes of its UTF-8 form.
+    const size_t chars = CharCount(name);
+    out.put(int32_t(chars));
+    name.resize(chars);
+    out.raw(name.data(), name.size());
+    const kv::Box3 box = m.getBoundingBox();
+    const float bounds[6] = {box.pmin.x, box.pmin.y, box.pmin.z,
+                             box.pmax.x, box.pmax.y, box.pmax.z};
+    out.raw(bounds, sizeof bounds);
+    out.put(int32_t(m.numVerts()));
+    out.put(int32_t(m.numFaces()));
+    out.put(int32_t(channels_.size()));
+    for (int ch : channels_) {
+      out.put(int32_t(ch));
+      out.put(int32_t(m.Map(ch).verts.size()));
+      predicted += m.Map(ch).verts.size() * kPointSize + size_t(m.numFaces()) * kMapFaceSize;
+    }
+    if (HasNormalsByte(version)) out.put(uint8_t(m.hasSpecNormals() && m.numFaces() > 0));
+    predicted += size_t(m.numVerts()) * kPointSize + size_t(m.numFaces()) * faceSize;
+    if (buf.size() >= kFlushBytes && !Flush(buf)) return false;
+  }
+  progressShift_ = 0;
+  while ((predicted >> progressShift_) > UINT32_MAX) ++progressShift_;
+
+  uint64_t written = 0;
+  if (!Flush(buf) || !WriteElements(version, written, predicted)) return false;
+
+  // The sample table starts here; its offsets are 32-bit.
+  const off_t pos = ftello(file_);
+  const uint64_t tableBytes = uint64_t(numSamples) * elements_.size() * kSampleRecordSize;
+  if (pos < 0 || uint64_t(pos) + tableBytes > uint64_t(INT32_MAX)) {
+    error_ = kErrFile;
+    return false;
+  }
+  CacheHeader h;
+  h.version = uint8_t(version);
+  h.start = start_;
+  h.end = end_;
+  h.step = step_;
+  try {
+    h.frameRate = source_.FrameRate();
+  } catch (...) {
+    error_ = kErrException;
+    return false;
+  }
+  h.numNodes = int32_t(elements_.size());
+  h.numSamples = numSamples;
+  h.sampleStride = int32_t(elements_.size() * kSampleRecordSize);
+  h.sampleTableOffset = int32_t(pos);
+  if (!WriteSamples(numSamples, lifetimes, h.hasVisibility)) return false;
+
+  uint8_t header[kHeaderSize];
+  SerializeHeader(h, header);
+  if (!Seek(0, SEEK_SET) || !WriteBytes(header, sizeof header)) return false;
+  if (std::fflush(file_) != 0) {
+    error_ = kErrFile;
+    return false;
+  }
+  channels_.clear();
+  return true;
+}
+
+bool kvCacheWriter::WriteElements(int version, uint64_t& written, uint64_t predicted) {
+  std::vector<uint8_t> buf;
+  buf.reserve(kFlushBytes + 4096);
+  Out out{buf};
+  const uint32_t count = uint32_t(elements_.size());
+  // Geometry blocks.
+  for (size_t i = 0; i < elements_.size(); ++i) {
+    const Entry& e = elements_[i];
+    const kv::Mesh& m = e.mesh;
+    out.raw(m.verts.data(), m.verts.size() * kPointSize);
+    const bool normals = m.specNormals.size() == m.faces.size() * 3;
+    for (size_t f = 0; f < m.faces.size(); ++f) {
+      const kv::Face& face = m.faces[f];
+      out.put(uint16_t(face.getMatID() + e.matIdOffset));
+      out.put(face.smGroup);
+      out.put(uint8_t(face.getEdgeVisBits()));
+      out.put(uint8_t(m.faceSel.GetSize() > int(f) && m.faceSel[int(f)] ? 1 : 0));
+      out.raw(face.v, sizeof face.v);
+      if (!HasNormalsByte(version))
+        out.zeros(12);
+      else if (normals)
+        out.raw(&m.specNormals[f * 3], 3 * kPointSize);
+      else
+        out.zeros(3 * kPointSize);
+    }
+    written += m.verts.size() * kPointSize + m.faces.size() * FaceRecordSize(version);
+    if (buf.size() >= kFlushBytes && !Flush(buf)) return false;
+    if (!ReportProgress(uint32_t(i), count)) return false;
+  }
+  // Map blocks, channel by channel.
+  for (int ch : channels_) {
+    for (const Entry& e : elements_) {
+      const kv::MapChannel& map = e.mesh.Map(ch);
+      out.raw(map.verts.data(), map.verts.size() * kPointSize);
+      out.raw(map.faces.data(), map.faces.size() * kMapFaceSize);
+      written += map.verts.size() * kPointSize + map.faces.size() * kMapFaceSize;
+      if (buf.size() >= kFlushBytes && !Flush(buf)) return false;
+      if (!ReportProgress(uint32_t(written >> progressShift_),
+                          uint32_t(predicted >> progressShift_)))
+        return false;
+    }
+  }
+  return Flush(buf);
+}
+
+bool kvCacheWriter::WriteSamples(int32_t numSamples, std::span<const ElementLifetime> lifetimes,
+                                 uint8_t& hasVisibility) {
+  const size_t n = elements_.size();
+  std::vector<int> indices(n);
+  for (size_t i = 0; i < n; ++i) indices[i] = elements_[i].source;
+  std::vector<kv::Matrix3> tms(n);
+  std::vector<float> vis(n);
+  std::vector<uint8_t> buf;
+  buf.reserve(kSampleBufferRecords * kSampleRecordSize);
+  size_t records = 0;
+  // The callback's values are not advanced in this phase: it only polls for a cancel.
+  auto flush = [&] {
+    if (!Flush(buf)) return false;
+    records = 0;
+    return ReportProgress(lastDone_, lastTotal_);
+  };
+  hasVisibility = 0;
+  for (int32_t s = 0; s < numSamples; ++s) {
+    const kv::TimeValue t = kv::TimeValue(start_ + int64_t(s) * step_);
+    try {
+      source_.Sample(t, indices, tms.data(), vis.data());
+    } catch (...) {
+      error_ = kErrException;
+      return false;
+    }
+    for (size_t i = 0; i < n; ++i) {
+      const kv::Matrix3 m = tms[i] * reference_;
+      const size_t at = buf.size();
+      buf.resize(at + kSampleRecordSize);
+      float rows[12];
+      m.ToFloats(rows);
+      std::memcpy(&buf[at], rows, sizeof rows);
+      const ElementLifetime life = i < lifetimes.size() ? lifetimes[i] : ElementLifetime{};
+      const bool visible = vis[i] > 0 && t >= life.first && t <= life.last;
+      buf[at + 48] = visible ? 1 : 0;
+      if (!visible) hasVisibility = 1;
+      if (++records == kSampleBufferRecords && !flush()) return false;
+    }
+  }
+  if (records > 0 && !flush()) return false;
+  if (!buf.empty()) {  // records that never reached the file
+    error_ = kErrException;
+    return false;
+  }
+  return true;
+}
+
+bool kvCacheWriter::SaveMaterialLibrary() const {
+  if (!host_ || !combined_) return false;
+  std::unique_ptr<kv::host::MtlLib> lib = host_->NewMtlLib();
+  if (!lib) return false;
+  lib->Add(combined_);
+  return host_->SaveMaterialLibrary(MaterialLibraryPath(fileName_), *lib);
+}
+
+}  // namespace KelvaneTools
