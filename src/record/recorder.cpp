@@ -35,9 +35,9 @@ std::string MaterialLibraryPath(const std::string& cachePath) {
 
 namespace {
 
-std::string Percent(const char* format, int pct) {
+std::string Percent(const std::string& format, int pct) {
   char buf[96];
-  std::snprintf(buf, sizeof buf, format, pct);
+  std::snprintf(buf, sizeof buf, format.c_str(), pct);
   return buf;
 }
 
@@ -89,10 +89,10 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     for (Lifetime& l : lifetimes) l = {LifetimeTicks(recStart, rate), LifetimeTicks(recEnd, rate)};
   }
 
-  auto progress = [&](const char* format, int pct) {
+  auto progress = [&](const std::string& format, int pct) {
     const std::string status = Percent(format, pct);
     target.SetStatus(status);
-    ip_.ProgressUpdate(pct, txt::kSaving);
+    ip_.ProgressUpdate(pct, txt::Saving());
     bool go = !ip_.GetEscPressed();
     if (opt.progress && !opt.progress(status, pct)) go = false;
     return go;
@@ -102,15 +102,15 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     host::ScopedHold hold(ip_.GetHold());
     for (host::Node* n : temporaries)
       if (n && !n->IsDeleted()) ip_.DeleteNode(n);
-    hold.Accept(txt::kDeleteTmpObjects);
+    hold.Accept(txt::DeleteTmpObjects());
     ip_.RedrawViews(ip_.GetTime());
   };
   auto nothingToCache = [&] {
     deleteTemporaries();
     res.status = RecordStatus::NothingToCache;
-    res.message = txt::kNothingToCache;
+    res.message = txt::NothingToCache();
     if (!opt.quiet)
-      ip_.MessageBox(txt::kNothingToCache, txt::kErrorTitle, host::MsgBoxKind::Warning);
+      ip_.MessageBox(txt::NothingToCache(), txt::ErrorTitle(), host::MsgBoxKind::Warning);
     return res;
   };
 
@@ -119,12 +119,12 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
   if (target.WriteDeform() && !elements.empty()) {
     for (size_t i = 0; i < elements.size(); ++i) {
       const int pct = static_cast<int>(100 * (i + 1) / elements.size());
-      if (!progress(txt::kAnalyzingScene, pct)) {
+      if (!progress(txt::AnalyzingScene(), pct)) {
         deleteTemporaries();
         target.SetStatus("");
         res.status = RecordStatus::Cancelled;
         res.errorCode = 7;
-        res.message = "Operation cancelled.";
+        res.message = txt::Cancelled();
         return res;
       }
     }
@@ -136,7 +136,7 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
   if (name.empty()) {
     host::Node* own = target.OwnNode();
     const std::string proposed = own ? own->GetName() : txt::kDefaultFileName;
-    if (!ip_.SaveFileDialog(txt::kSaveDialogTitle, proposed, txt::kSaveDialogFilter, path)) {
+    if (!ip_.SaveFileDialog(txt::SaveDialogTitle(), proposed, txt::SaveDialogFilter(), path)) {
       deleteTemporaries();
       res.status = RecordStatus::NoFile;
       return res;
@@ -182,8 +182,10 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
         ++res.skipped;
     }
     // 11. Write beside the target; Escape cancels.
+    ip_.ProgressStart(txt::Saving());
     if (writer.Count() > 0)
-      ok = writer.Write(accepted, [&](int pct) { return progress(txt::kWritingCache, pct); });
+      ok = writer.Write(accepted, [&](int pct) { return progress(txt::WritingCache(), pct); });
+    ip_.ProgressEnd();
     code = ok ? 0 : writer.ErrorCode();
     message = ok ? std::string() : writer.ErrorMessage();
     if (ok) {
@@ -192,7 +194,7 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
       if (ec) {
         ok = false;
         code = 4;
-        message = txt::kUnknownFileError;
+        message = txt::UnknownFileError();
       }
     }
   }
@@ -208,7 +210,7 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     res.errorCode = code;
     res.message = message;
     if (code != 7 && !opt.quiet)
-      ip_.MessageBox(message, txt::kWriteErrorTitle, host::MsgBoxKind::Error);
+      ip_.MessageBox(message, txt::WriteErrorTitle(), host::MsgBoxKind::Error);
     target.SetStatus("");
     ip_.SetStatusText("");
     return res;
@@ -239,7 +241,7 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
   if (target.ClearNodeList()) {
     host::ScopedHold h(ip_.GetHold());
     target.EmptyNodeList();
-    h.Accept(txt::kEmptyNodeList);
+    h.Accept(txt::EmptyNodeList());
   }
   res.status = RecordStatus::Recorded;
   return res;

@@ -315,7 +315,7 @@ TEST_F(RecorderTest, RigidLibraryExpandsNodesAndItsTemporariesAreDeletedUndoably
   EXPECT_FALSE(group->IsDeleted());
 }
 
-TEST_F(RecorderTest, LifetimesHideSamplesOutsideTheRecordedFramesAtOtherRates) {
+TEST_F(RecorderTest, LifetimesAtOtherFrameRatesCoverTheWholeRecordedRange) {
   scene_.SetFrameRate(25);  // 192 ticks per frame
   SceneNode* n = Tri("N", {{0, 0, 0}});
   RecordSettings s = Settings({n}, "rate.kvc", 0, 4);
