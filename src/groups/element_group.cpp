@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <unordered_set>
 
 #include "groups/chunk_io.h"
 #include "res/strings.h"
@@ -134,12 +135,15 @@ std::string ElementGroupList::uniqueName(std::string_view candidate) const {
   size_t end = candidate.size();
   while (end > 0 && IsDigit(candidate[end - 1])) --end;
   const std::string base(candidate.substr(0, end));
-  // Terminates: each group blocks at most one number, so one of count()+1 numbers is free.
+  // One pass over the names instead of one per number tried: lists of thousands of groups
+  // stay fast. Terminates: each group blocks at most one number.
+  std::unordered_set<std::string_view> taken;
+  for (const ElementGroup& g : groups_) taken.insert(g.name());
   for (uint64_t n = 1;; ++n) {
     char num[24];
     std::snprintf(num, sizeof num, "%03llu", static_cast<unsigned long long>(n));
     std::string name = base + num;
-    if (!contains(name)) return name;
+    if (!taken.count(name)) return name;
   }
 }
 

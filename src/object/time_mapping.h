@@ -17,7 +17,7 @@ namespace kv {
 enum OutOfRange : int { kOrtHide = 0, kOrtHold = 1, kOrtLoop = 2, kOrtPingPong = 3 };
 
 // Group modes (values stored with the groups).
-enum GroupMode : uint32_t {
+enum GroupRuleMode : uint32_t {
   kModeDelete = 0,
   kModeHoldIn = 1,
   kModeHoldOut = 2,

@@ -580,6 +580,10 @@ bool KeyControl<T>::LoadTrack(host::ILoad& l) {
     if (!Get(l, &k.t, 4) || !ReadValue(l, k.v) || !ReadValue(l, k.tens) || !ReadValue(l, k.cont) ||
         !ReadValue(l, k.bias))
       return false;
+    uint8_t hasTan = 0;
+    if (!Get(l, &hasTan, 1) || hasTan > 1) return false;
+    k.hasTan = hasTan == 1;
+    if (k.hasTan && (!ReadValue(l, k.inTan) || !ReadValue(l, k.outTan))) return false;
     if (!d.keys.empty() && k.t <= d.keys.back().t) return false;  // keys must ascend
     d.keys.push_back(k);
   }
