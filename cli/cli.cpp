@@ -1,0 +1,88 @@
+#include "cli.h"
+
+#include <CLI/CLI.hpp>
+#include <map>
+#include <ostream>
+
+#include "commands.h"
+
+namespace kv::cli {
+namespace {
+
+// Names accepted by the choice options, mapped to the parameter values they stand for.
+const std::map<std::string, int> kOrtNames{{"hide", 0}, {"hold", 1}, {"loop", 2}, {"pingpong", 3}};
+const std::map<std::string, int> kLoadNames{{"stream", 0}, {"per-sample", 1}, {"pre-load", 2}};
+const std::map<std::string, int> kStepNames{
+    {"frame", 0}, {"half", 1}, {"quarter", 2}, {"eighth", 3}};
+const std::map<std::string, int> kUnitNames{{"inches", 0},      {"feet", 1},        {"miles", 2},
+                                            {"millimeters", 3}, {"centimeters", 4}, {"meters", 5},
+                                            {"kilometers", 6}};
+
+}  // namespace
+
+int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+  CLI::App app{
+      "kvcache: records the animation of many rigid objects into one .kvc cache file "
+      "and plays it back.",
+      "kvcache"};
+  app.require_subcommand(1);
+  CommonArgs common;
+  app.add_flag("-q,--quiet", common.quiet, "No progress bar");
+
+  RecordArgs rec;
+  CLI::App* record = app.add_subcommand(
+      "record", "Record every mesh node of a scene (.gltf, .glb or a scene file) into a cache");
+  record->add_option("scene", rec.scene, "Scene to record")->required()->check(CLI::ExistingFile);
+  record->add_option("-o,--output", rec.output, "Cache file to write (.kvc)")->required();
+  record->add_option("--start", rec.start, "First frame (default: the scene's range start)");
+  record->add_option("--end", rec.end, "Last frame (default: the scene's range end)");
+  record->add_option("--step", rec.step, "Frames between samples")
+      ->check(CLI::Range(0.001, 999999.0));
+  record->add_option("--nodes", rec.nodes, "Only nodes whose name matches this glob (* and ?)");
+  record->add_option("--fps", rec.fps, "Frame rate of a glTF scene (default 30)")
+      ->check(CLI::Range(1, 4800));
+
+  InfoArgs inf;
+  CLI::App* info = app.add_subcommand("info", "Print what a cache file holds");
+  info->add_option("file", inf.file, "Cache file (.kvc)")->required();
+  info->add_flag("--elements", inf.elements,
+                 "One line per element: index, name, vertices, faces (tab-separated)");
+
+  DemoArgs dm;
+  CLI::App* demo = app.add_subcommand(
+      "demo", "Simulate a brick wall struck by a ball, record it, play it back into DIR");
+  demo->add_option("dir", dm.dir, "Output folder (default demo-out)");
+  demo->add_option("--columns", dm.columns, "Bricks per row")->check(CLI::Range(1, 1000));
+  demo->add_option("--rows", dm.rows, "Rows of bricks")->check(CLI::Range(1, 1000));
+  demo->add_option("--frames", dm.frames, "Frames to simulate")->check(CLI::Range(1, 10000));
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& e) {
+    return app.exit(e, out, err);
+  } catch (const CLI::CallForAllHelp& e) {
+    return app.exit(e, out, err);
+  } catch (const CLI::ParseError& e) {
+    const std::string first = argc > 1 ? argv[1] : "";
+    if (!first.empty() && first[0] != '-' && !record->parsed() && !info->parsed() &&
+        !demo->parsed())
+      err << "kvcache: unknown command '" << first << "' (use record, info or demo)\n";
+    else
+      err << "kvcache: " << e.what() << '\n';
+    err << "Run with --help for more information.\n";
+    return kExitUsage;
+  }
+
+  try {
+    if (record->parsed()) return RunRecord(rec, common, out, err);
+    if (info->parsed()) return RunInfo(inf, common, out, err);
+    if (demo->parsed()) return RunDemo(dm, common, out, err);
+  } catch (const std::exception& e) {
+    // Allocation failures and the like: report rather than abort.
+    err << "kvcache: " << e.what() << '\n';
+    return kExitError;
+  }
+  return kExitUsage;
+}
+
+}  // namespace kv::cli

@@ -1,0 +1,81 @@
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <ostream>
+
+#include "cache/base.h"
+#include "commands.h"
+#include "progress.h"
+#include "record/recorder.h"
+#include "scene_io.h"
+
+namespace kv::cli {
+
+int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err) {
+  standalone::Scene scene;
+  // glTF counts time in seconds: the frame rate only decides where frames fall.
+  if (IsGltfPath(a.scene)) scene.SetFrameRate(a.fps.value_or(30));
+  std::string error;
+  if (!LoadSceneFile(scene, a.scene, error)) {
+    err << "kvcache record: " << error << '\n';
+    return kExitError;
+  }
+  if (a.fps) scene.SetFrameRate(*a.fps);
+
+  RecordSettings s;
+  for (standalone::SceneNode* n : scene.AllNodes()) {
+    const host::Object* obj = n->GetObjectRef();
+    if (!obj || obj->GetSuperClass() != host::SuperClass::Geometry) continue;
+    if (fnmatch(a.nodes.c_str(), n->GetName().c_str(), 0) != 0) continue;
+    s.nodes.push_back(n);
+  }
+  const int tpf = scene.GetTicksPerFrame();
+  s.recStart = a.start.value_or(scene.GetAnimRange().Start() / tpf);
+  s.recEnd = a.end.value_or(scene.GetAnimRange().End() / tpf);
+  s.recStep = static_cast<float>(a.step);
+  s.fileName = a.output;
+  s.clearNodeList = false;
+  SettingsRecordTarget target(scene, s);
+
+  ProgressBar bar(err, !c.quiet);
+  RecordOptions opt;
+  opt.quiet = true;  // messages come back in the result and go to standard error
+  int shown = 0;     // the writer's phases each count from 0: show the furthest point reached
+  opt.progress = [&](const std::string&, int pct) {
+    shown = std::max(shown, pct);
+    return bar.Update("Recording", static_cast<uint64_t>(shown), 100);
+  };
+  Stopwatch clock;
+  Recorder recorder(scene, nullptr);
+  const RecordResult r = recorder.Record(target, opt);
+  bar.Finish();
+
+  switch (r.status) {
+    case RecordStatus::Recorded: {
+      std::error_code ec;
+      const auto size = std::filesystem::file_size(r.path, ec);
+      out << "Recorded " << r.elements << " element" << (r.elements == 1 ? "" : "s") << ", "
+          << r.samples << " sample" << (r.samples == 1 ? "" : "s") << " (frames " << s.recStart
+          << " to " << s.recEnd << ", step " << a.step << ") into " << r.path << " ("
+          << KelvaneTools::SizeText(ec ? 0 : size) << ")";
+      char took[32];
+      std::snprintf(took, sizeof took, " in %.2f s\n", clock.Seconds());
+      out << took;
+      if (r.skipped > 0) err << "kvcache record: " << r.skipped << " node(s) had no mesh\n";
+      return kExitOk;
+    }
+    case RecordStatus::Cancelled:
+      err << "kvcache record: " << r.message << " " << a.output << " was left as it was.\n";
+      return kExitCancelled;
+    case RecordStatus::NothingToCache:
+      err << "kvcache record: " << r.message << '\n';
+      return kExitError;
+    default:
+      err << "kvcache record: " << r.message << " (" << r.path << ")\n";
+      return kExitError;
+  }
+}
+
+}  // namespace kv::cli

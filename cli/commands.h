@@ -1,0 +1,66 @@
+// The kvcache commands. Each takes its parsed arguments, writes results to `out` and
+// messages and progress to `err`, and returns the process exit code.
+#pragma once
+
+#include <iosfwd>
+#include <optional>
+#include <string>
+
+namespace kv::cli {
+
+// Exit codes shared by every command.
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitError = 1;        // the work failed; the message says why
+inline constexpr int kExitUsage = 2;        // the command line was wrong
+inline constexpr int kExitCancelled = 130;  // Ctrl-C, as shells report SIGINT
+
+struct CommonArgs {
+  bool quiet = false;  // no progress bar
+};
+
+struct RecordArgs {
+  std::string scene;              // .gltf, .glb or a standalone scene file
+  std::string output;             // .kvc
+  std::optional<int> start, end;  // frames; default: the scene's animation range
+  double step = 1.0;              // frames between samples
+  std::string nodes = "*";        // glob over node names
+  std::optional<int> fps;         // scene frame rate for glTF (default 30)
+};
+
+struct InfoArgs {
+  std::string file;
+  bool elements = false;
+};
+
+struct PlayArgs {
+  std::string file;
+  std::optional<double> frame;     // scene frame, rounded to the nearest tick
+  std::optional<long long> ticks;  // scene time
+  std::string output;              // .obj, .ply or .glb
+  std::optional<int> sceneFps;     // default: the cache's own frame rate
+  int start = 0;                   // playStart
+  float speed = 1.0f;              // playSpeed
+  std::optional<int> fps;          // playFPS (default: the scene rate)
+  int steps = 0;                   // playSpeedSteps: 0 frame, 1 half, 2 quarter, 3 eighth
+  bool reverse = false;
+  std::optional<double> graphFrame;  // playUseGraph + playFrame
+  int before = 1, after = 1;         // playInORT / playOutORT
+  bool noInterpolate = false;
+  bool box = false;
+  bool dontDelete = false;
+  float scale = 1.0f;
+  int scaleFrom = 0, scaleTo = 0;  // unit indices
+  int load = 0;                    // loadTypeLocal
+};
+
+struct DemoArgs {
+  std::string dir = "demo-out";
+  int columns = 40, rows = 50, frames = 60;
+};
+
+int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunInfo(const InfoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunPlay(const PlayArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunDemo(const DemoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+
+}  // namespace kv::cli

@@ -1,0 +1,267 @@
+#include "record/recorder.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+
+#include "record/messages.h"
+#include "record/write_session.h"
+
+namespace kv {
+namespace fs = std::filesystem;
+namespace txt = record_text;
+
+RecordRange ComputeRecordRange(int recStart, int recEnd, float recStep, int ticksPerFrame) {
+  RecordRange r;
+  r.start = recStart * ticksPerFrame;
+  TimeValue end = recEnd * ticksPerFrame;
+  r.step =
+      std::max<TimeValue>(1, static_cast<TimeValue>(recStep * static_cast<float>(ticksPerFrame)));
+  if (end < r.start) end = r.start;
+  r.end = r.start + ((end - r.start + r.step) / r.step - 1) * r.step;
+  return r;
+}
+
+TimeValue LifetimeTicks(int frame, int frameRate) {
+  const float rate = static_cast<float>(frameRate > 0 ? frameRate : 30) / 30.0f;
+  return static_cast<TimeValue>(static_cast<float>(frame) * 160.0f / rate);
+}
+
+std::string MaterialLibraryPath(const std::string& cachePath) {
+  if (cachePath.size() < 3) return cachePath + "mat";
+  return cachePath.substr(0, cachePath.size() - 3) + "mat";
+}
+
+namespace {
+
+std::string Percent(const std::string& format, int pct) {
+  char buf[96];
+  std::snprintf(buf, sizeof buf, format.c_str(), pct);
+  return buf;
+}
+
+// A name beside `target` that no recording in this folder is likely to be using.
+std::string TemporaryPathFor(const std::string& target) {
+  return target + ".recording~";
+}
+
+void RemoveQuietly(const std::string& path) {
+  std::error_code ec;
+  fs::remove(path, ec);
+}
+
+}  // namespace
+
+RigidExplodedFn Recorder::RigidHook() {
+  if (!rigidLookedUp_) {
+    rigidLookedUp_ = true;
+    if (void* lib = ip_.LoadPluginLibrary(kRigidLibraryName))
+      rigid_ = reinterpret_cast<RigidExplodedFn>(ip_.FindExport(lib, kRigidExportName));
+  }
+  return rigid_;
+}
+
+RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
+  RecordResult res;
+  const int tpf = ip_.GetTicksPerFrame();
+  const int recStart = target.RecStart();
+  const int recEnd = target.RecEnd();
+
+  // 1-2. Gather the elements, letting the rigid-body library expand its own nodes.
+  std::vector<host::Node*> elements;
+  std::vector<host::Node*> temporaries;
+  for (host::Node* n : target.Nodes()) {
+    if (!n || !target.AcceptsNode(n)) continue;
+    if (RigidExplodedFn hook = RigidHook())
+      hook(n, &elements, &temporaries, recStart * tpf, recEnd * tpf);
+    else
+      elements.push_back(n);
+  }
+
+  const RecordRange range = ComputeRecordRange(recStart, recEnd, target.RecStep(), tpf);
+  res.samples = range.NumSamples();
+
+  // 3. Lifetimes: with topology off every element lives over the whole recorded range.
+  std::vector<Lifetime> lifetimes(elements.size());
+  if (!target.WriteTopology()) {
+    const int rate = ip_.GetFrameRate();
+    for (Lifetime& l : lifetimes) l = {LifetimeTicks(recStart, rate), LifetimeTicks(recEnd, rate)};
+  }
+
+  auto progress = [&](const std::string& format, int pct) {
+    const std::string status = Percent(format, pct);
+    target.SetStatus(status);
+    ip_.ProgressUpdate(pct, txt::Saving());
+    bool go = !ip_.GetEscPressed();
+    if (opt.progress && !opt.progress(status, pct)) go = false;
+    return go;
+  };
+  auto deleteTemporaries = [&] {
+    if (temporaries.empty()) return;
+    host::ScopedHold hold(ip_.GetHold());
+    for (host::Node* n : temporaries)
+      if (n && !n->IsDeleted()) ip_.DeleteNode(n);
+    hold.Accept(txt::DeleteTmpObjects());
+    ip_.RedrawViews(ip_.GetTime());
+  };
+  auto nothingToCache = [&] {
+    deleteTemporaries();
+    res.status = RecordStatus::NothingToCache;
+    res.message = txt::NothingToCache();
+    if (!opt.quiet)
+      ip_.MessageBox(txt::NothingToCache(), txt::ErrorTitle(), host::MsgBoxKind::Warning);
+    return res;
+  };
+
+  // 4. The deformation pass only walks the elements (with cancel): transforms are all that
+  // this cache format stores.
+  if (target.WriteDeform() && !elements.empty()) {
+    for (size_t i = 0; i < elements.size(); ++i) {
+      const int pct = static_cast<int>(100 * (i + 1) / elements.size());
+      if (!progress(txt::AnalyzingScene(), pct)) {
+        deleteTemporaries();
+        target.SetStatus("");
+        res.status = RecordStatus::Cancelled;
+        res.errorCode = 7;
+        res.message = txt::Cancelled();
+        return res;
+      }
+    }
+  }
+
+  // 5. Output file.
+  std::string name = opt.fileName.empty() ? target.FileName() : opt.fileName;
+  std::string path;
+  if (name.empty()) {
+    host::Node* own = target.OwnNode();
+    const std::string proposed = own ? own->GetName() : txt::kDefaultFileName;
+    if (!ip_.SaveFileDialog(txt::SaveDialogTitle(), proposed, txt::SaveDialogFilter(), path)) {
+      deleteTemporaries();
+      res.status = RecordStatus::NoFile;
+      return res;
+    }
+  } else {
+    path = ip_.ResolveAssetPath(name);
+    if (path.empty()) {
+      std::error_code ec;
+      const fs::path abs = fs::absolute(name, ec);
+      path = ec ? name : abs.string();
+    }
+  }
+  res.path = path;
+
+  if (elements.empty()) return nothingToCache();
+
+  // 8. Samples are stored relative to the object's own node so the played mesh lands where
+  // the sources were. The mesh is played in object space, hence the object transform.
+  Matrix3 reference;
+  if (host::Node* own = target.OwnNode()) reference = Inverse(own->GetObjectTM(ip_.GetTime()));
+
+  const std::string temp = TemporaryPathFor(path);
+  WriteSession writer(ip_, temp, reference, range);
+  bool ok = false;
+  int code = 0;
+  std::string message;
+  {
+    // 7. Nothing of the capture and the write belongs on the undo stack.
+    host::Hold& hold = ip_.GetHold();
+    hold.Suspend();
+    struct ResumeOnExit {
+      host::Hold& h;
+      ~ResumeOnExit() { h.Resume(); }
+    } resume{hold};
+
+    // 9. Capture meshes.
+    std::vector<Lifetime> accepted;
+    accepted.reserve(elements.size());
+    for (size_t i = 0; i < elements.size(); ++i) {
+      if (writer.Add(elements[i], range.start))
+        accepted.push_back(lifetimes[i]);
+      else
+        ++res.skipped;
+    }
+    // 11. Write beside the target; Escape cancels.
+    ip_.ProgressStart(txt::Saving());
+    if (writer.Count() > 0)
+      ok = writer.Write(accepted, [&](int pct) { return progress(txt::WritingCache(), pct); });
+    ip_.ProgressEnd();
+    code = ok ? 0 : writer.ErrorCode();
+    message = ok ? std::string() : writer.ErrorMessage();
+    if (ok) {
+      std::error_code ec;
+      fs::rename(temp, path, ec);
+      if (ec) {
+        ok = false;
+        code = 4;
+        message = txt::UnknownFileError();
+      }
+    }
+  }
+  if (writer.Count() == 0) return nothingToCache();
+
+  // 12. Undo is back on: the deletion is one step the user can take back.
+  deleteTemporaries();
+
+  // 13. Failure: the temporary file goes, the target is as it was.
+  if (!ok) {
+    if (code != 1) RemoveQuietly(temp);
+    res.status = code == 7 ? RecordStatus::Cancelled : RecordStatus::Failed;
+    res.errorCode = code;
+    res.message = message;
+    if (code != 7 && !opt.quiet)
+      ip_.MessageBox(message, txt::WriteErrorTitle(), host::MsgBoxKind::Error);
+    target.SetStatus("");
+    ip_.SetStatusText("");
+    return res;
+  }
+  res.elements = writer.Count();
+
+  // 10, 15. The old library is replaced only now that the new cache is in place.
+  const std::string matPath = MaterialLibraryPath(path);
+  RemoveQuietly(matPath);
+  if (host::Mtl* mtl = writer.CombinedMaterial()) {
+    // Named after the final file, not the temporary one the writer saw.
+    const std::string stem = fs::path(path).stem().string();
+    mtl->SetName(stem.empty() ? "KV Cache" : stem);
+    if (target.SaveMaterial()) {
+      std::unique_ptr<host::MtlLib> lib = ip_.NewMtlLib();
+      lib->Add(mtl);
+      ip_.SaveMaterialLibrary(matPath, *lib);
+    }
+  }
+
+  // 16-17. Everything that plays this file sees the new content.
+  if (refresher_) refresher_->FileRewritten(path, target);
+  target.OnRecorded(path);
+  target.SetStatus("");
+  ip_.SetStatusText("");
+
+  // 18.
+  if (target.ClearNodeList()) {
+    host::ScopedHold h(ip_.GetHold());
+    target.EmptyNodeList();
+    h.Accept(txt::EmptyNodeList());
+  }
+  res.status = RecordStatus::Recorded;
+  return res;
+}
+
+}  // namespace kv
+
+namespace kv {
+
+bool SettingsRecordTarget::AcceptsNode(host::Node* node) const {
+  if (!node || node->IsDeleted()) return false;
+  const host::Object* obj = node->GetObjectRef();
+  if (!obj) return false;
+  // The same test as the cache object's node list: a mesh now, or convertible to one.
+  return obj->IsTriObject() || obj->CanConvertToTriObject();
+}
+
+void SettingsRecordTarget::OnRecorded(const std::string& path) {
+  s_.fileName = path;
+  recorded_ = true;
+}
+
+}  // namespace kv
