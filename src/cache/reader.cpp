@@ -576,7 +576,8 @@ kv::Matrix3 BlendParts(const kv::AffineParts& a, const kv::AffineParts& b, float
   p.k = a.k * g + b.k * f;
   p.f = a.f * g + b.f * f;
   p.q = kv::Slerp(a.q, b.q.Closest(a.q), f);
-  p.u = kv::Slerp(a.u, b.u.Closest(a.u), f);
+  // Rigid motion keeps the stretch axes: equal ones need no slerp (which would return them).
+  p.u = a.u == b.u ? a.u : kv::Slerp(a.u, b.u.Closest(a.u), f);
   return kv::ComposeAffine(p);
 }
 }  // namespace

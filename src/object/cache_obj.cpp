@@ -674,7 +674,10 @@ host::IOResult kvCache_obj::Load(host::ILoad& l) {
         res = LoadBitArray(l, bits);
         break;
       case kChunkGroups:
-        res = state_.groups.load(l, ip_);
+        // Groups the loader cannot take (an older record) leave the list empty; the user has
+        // been told, and the rest of the object still loads.
+        if (state_.groups.load(l, ip_) != host::IOResult::Ok) state_.groups.clear();
+        res = host::IOResult::Ok;
         break;
       default:
         break;

@@ -440,9 +440,25 @@ TEST_F(CacheObjTest, SavedChunksMatchHandBuiltBytesAndRoundTrip) {
   ASSERT_TRUE(bare->Save(s2));
   EXPECT_EQ(s2.Chunk(kvCache_obj::kChunkSelection), std::string(4, '\0'));
 
-  // A cut inside the selection or group chunk is an error, never a crash.
+  // A group record older than the stored version is refused with a message; the groups stay
+  // empty and everything else still loads.
   const size_t selAt = save.bytes.size() - (6 + groups.size()) - sel.size();
   const size_t groupsAt = save.bytes.size() - (6 + groups.size());
+  {
+    std::string old = save.bytes;
+    old[groupsAt + 6 + 4] = 4;  // the first record's version
+    kvCache_obj o4(scene, registry, true);
+    MemLoad l4(old);
+    const size_t shown = scene.GetResponder().log.size();
+    ASSERT_EQ(o4.Load(l4), host::IOResult::Ok);
+    EXPECT_EQ(o4.Groups().count(), 0);
+    EXPECT_EQ(o4.Selection(), (std::set<uint32_t>{0, 2}));
+    EXPECT_EQ(o4.Gizmo()->GetMatrix(0).GetTrans(), (Point3{1, 2, 3}));
+    ASSERT_EQ(scene.GetResponder().log.size(), shown + 1);
+    EXPECT_EQ(scene.GetResponder().log.back().title, "Kelvane Cache - Loading Groups");
+  }
+
+  // A cut inside the selection or group chunk is an error, never a crash.
   for (size_t n = selAt; n < save.bytes.size(); ++n) {
     if (n == groupsAt) continue;  // a whole chunk missing is a shorter object, not a cut
     kvCache_obj t(scene, registry, true);
