@@ -48,6 +48,40 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   info->add_flag("--elements", inf.elements,
                  "One line per element: index, name, vertices, faces (tab-separated)");
 
+  PlayArgs pl;
+  CLI::App* play =
+      app.add_subcommand("play", "Evaluate the cache object at one scene time and write its mesh");
+  play->add_option("file", pl.file, "Cache file (.kvc)")->required();
+  auto* frameOpt = play->add_option("--frame", pl.frame, "Scene frame (decimal)");
+  auto* timeOpt = play->add_option("--time", pl.ticks, "Scene time in ticks (4800 a second)");
+  frameOpt->excludes(timeOpt);
+  play->add_option("-o,--output", pl.output, "Mesh to write (.obj, .ply or .glb)")->required();
+  play->add_option("--scene-fps", pl.sceneFps, "Scene frame rate (default: the cache's)")
+      ->check(CLI::Range(1, 4800));
+  play->add_option("--start", pl.start, "Scene frame at which playback starts");
+  play->add_option("--speed", pl.speed, "Playback speed factor");
+  play->add_option("--fps", pl.fps, "Frame rate in which cache frames are counted")
+      ->check(CLI::Range(1, 999999));
+  play->add_option("--steps", pl.steps, "Sub-frame quantisation: frame, half, quarter, eighth")
+      ->transform(CLI::CheckedTransformer(kStepNames, CLI::ignore_case));
+  play->add_flag("--reverse", pl.reverse, "Play backwards");
+  play->add_option("--graph-frame", pl.graphFrame, "Show this cache frame whatever the time");
+  play->add_option("--before", pl.before, "Before the first frame: hide, hold, loop, pingpong")
+      ->transform(CLI::CheckedTransformer(kOrtNames, CLI::ignore_case));
+  play->add_option("--after", pl.after, "After the last frame: hide, hold, loop, pingpong")
+      ->transform(CLI::CheckedTransformer(kOrtNames, CLI::ignore_case));
+  play->add_flag("--no-interpolate", pl.noInterpolate, "Snap to samples");
+  play->add_flag("--box", pl.box, "Elements as bounding boxes");
+  play->add_flag("--dont-delete", pl.dontDelete, "Keep invisible elements");
+  play->add_option("--scale", pl.scale, "Uniform scale")->check(CLI::Range(1e-7, 999999.0));
+  play->add_option("--scale-from", pl.scaleFrom,
+                   "Unit converted from; the scale becomes --scale x (to / from)")
+      ->transform(CLI::CheckedTransformer(kUnitNames, CLI::ignore_case));
+  play->add_option("--scale-to", pl.scaleTo, "Unit converted to")
+      ->transform(CLI::CheckedTransformer(kUnitNames, CLI::ignore_case));
+  play->add_option("--load", pl.load, "Loading: stream, per-sample, pre-load")
+      ->transform(CLI::CheckedTransformer(kLoadNames, CLI::ignore_case));
+
   DemoArgs dm;
   CLI::App* demo = app.add_subcommand(
       "demo", "Simulate a brick wall struck by a ball, record it, play it back into DIR");
@@ -65,17 +99,23 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   } catch (const CLI::ParseError& e) {
     const std::string first = argc > 1 ? argv[1] : "";
     if (!first.empty() && first[0] != '-' && !record->parsed() && !info->parsed() &&
-        !demo->parsed())
-      err << "kvcache: unknown command '" << first << "' (use record, info or demo)\n";
+        !play->parsed() && !demo->parsed())
+      err << "kvcache: unknown command '" << first << "' (use record, info, play or demo)\n";
     else
       err << "kvcache: " << e.what() << '\n';
     err << "Run with --help for more information.\n";
+    return kExitUsage;
+  }
+  if (play->parsed() && !pl.frame && !pl.ticks) {
+    err << "kvcache play: one of --frame or --time is required\n"
+        << "Run with --help for more information.\n";
     return kExitUsage;
   }
 
   try {
     if (record->parsed()) return RunRecord(rec, common, out, err);
     if (info->parsed()) return RunInfo(inf, common, out, err);
+    if (play->parsed()) return RunPlay(pl, common, out, err);
     if (demo->parsed()) return RunDemo(dm, common, out, err);
   } catch (const std::exception& e) {
     // Allocation failures and the like: report rather than abort.

@@ -14,15 +14,14 @@
 namespace kv::cli {
 
 int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err) {
-  standalone::Scene scene;
-  // glTF counts time in seconds: the frame rate only decides where frames fall.
-  if (IsGltfPath(a.scene)) scene.SetFrameRate(a.fps.value_or(30));
+  KelvaneTools::kvCacheRegistry caches;
   std::string error;
-  if (!LoadSceneFile(scene, a.scene, error)) {
+  const std::unique_ptr<standalone::Scene> loaded = LoadSceneFile(a.scene, a.fps, caches, error);
+  if (!loaded) {
     err << "kvcache record: " << error << '\n';
     return kExitError;
   }
-  if (a.fps) scene.SetFrameRate(*a.fps);
+  standalone::Scene& scene = *loaded;
 
   RecordSettings s;
   for (standalone::SceneNode* n : scene.AllNodes()) {

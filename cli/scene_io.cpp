@@ -4,6 +4,8 @@
 #include <cctype>
 
 #include "host/standalone/gltf.h"
+#include "host/standalone/scene_file.h"
+#include "object/cache_obj.h"
 
 namespace kv::cli {
 
@@ -25,10 +27,23 @@ bool IsGltfPath(const std::string& path) {
   return ext == "gltf" || ext == "glb";
 }
 
-bool LoadSceneFile(standalone::Scene& scene, const std::string& path, std::string& error) {
-  if (IsGltfPath(path)) return standalone::ImportGltf(scene, path, error);
-  error = "unsupported scene type (use .gltf or .glb): " + path;
-  return false;
+std::unique_ptr<standalone::Scene> LoadSceneFile(const std::string& path, std::optional<int> fps,
+                                                 KelvaneTools::kvCacheRegistry& caches,
+                                                 std::string& error) {
+  if (IsGltfPath(path)) {
+    auto scene = std::make_unique<standalone::Scene>();
+    // glTF counts time in seconds: the frame rate only decides where frames fall.
+    scene->SetFrameRate(fps.value_or(30));
+    if (!standalone::ImportGltf(*scene, path, error)) return nullptr;
+    return scene;
+  }
+  standalone::ClassRegistry classes;
+  classes.Register(host::kKvCacheClassId, [&caches](standalone::Scene& s) {
+    return std::unique_ptr<host::Object>(std::make_unique<kvCache_obj>(s, caches, true));
+  });
+  std::unique_ptr<standalone::Scene> scene = standalone::LoadScene(path, error, classes);
+  if (scene && fps) scene->SetFrameRate(*fps);
+  return scene;
 }
 
 }  // namespace kv::cli

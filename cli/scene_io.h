@@ -1,15 +1,22 @@
 // Loads the scenes the tool records from into the standalone host.
 #pragma once
 
+#include <memory>
+#include <optional>
 #include <string>
 
+#include "cache/registry.h"
 #include "host/standalone/scene.h"
 
 namespace kv::cli {
 
-// A glTF scene (.gltf or .glb) or a standalone scene file, chosen by the extension. False
-// with `error` set when the file cannot be read.
-bool LoadSceneFile(standalone::Scene& scene, const std::string& path, std::string& error);
+// A glTF scene (.gltf or .glb, at `fps` frames per second, 30 when not given) or a standalone
+// scene file (at its own rate unless `fps` is given). Cache objects in a scene file play
+// through `caches`, which must outlive the scene. Null with `error` set when the file cannot
+// be read.
+std::unique_ptr<standalone::Scene> LoadSceneFile(const std::string& path, std::optional<int> fps,
+                                                 KelvaneTools::kvCacheRegistry& caches,
+                                                 std::string& error);
 
 // True for .gltf and .glb (any letter case).
 bool IsGltfPath(const std::string& path);

@@ -23,14 +23,14 @@ Outcome Call(std::vector<const char*> args) {
 }
 
 TEST(CliArgs, HelpIsShownForTheToolAndEveryCommand) {
-  for (const char* cmd : {"record", "info", "demo"}) {
+  for (const char* cmd : {"record", "info", "play", "demo"}) {
     const Outcome o = Call({cmd, "--help"});
     EXPECT_EQ(o.code, kExitOk) << cmd;
     EXPECT_NE(o.out.find(std::string("kvcache ") + cmd), std::string::npos) << o.out;
   }
   const Outcome top = Call({"--help"});
   EXPECT_EQ(top.code, kExitOk);
-  for (const char* cmd : {"record", "info", "demo"})
+  for (const char* cmd : {"record", "info", "play", "demo"})
     EXPECT_NE(top.out.find(cmd), std::string::npos);
 }
 
@@ -47,6 +47,12 @@ TEST(CliArgs, WrongCommandLinesExitWithUsageAndSayWhy) {
       {{"record", KV_SOURCE_DIR "/CMakeLists.txt", "-o", "x.kvc", "--step", "0"}, "--step"},
       {{"record", KV_SOURCE_DIR "/CMakeLists.txt", "-o", "x.kvc", "--start", "ten"}, "ten"},
       {{"info"}, "file"},
+      {{"play", "x.kvc", "-o", "x.obj"}, "--frame or --time"},
+      {{"play", "x.kvc", "--frame", "1", "--time", "160", "-o", "x.obj"}, "exclude"},
+      {{"play", "x.kvc", "--frame", "1", "-o", "x.obj", "--before", "sometimes"}, "sometimes"},
+      {{"play", "x.kvc", "--frame", "1", "-o", "x.obj", "--load", "lazy"}, "lazy"},
+      {{"play", "x.kvc", "--frame", "1", "-o", "x.obj", "--scale-from", "cubits"}, "cubits"},
+      {{"play", "x.kvc", "--frame", "1", "-o", "x.obj", "--extra"}, "--extra"},
       {{"demo", "--rows", "0"}, "--rows"},
   };
   for (const Case& c : cases) {

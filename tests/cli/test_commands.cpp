@@ -1,0 +1,320 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "cache_bytes.h"
+#include "cli.h"
+#include "commands.h"
+#include "geom/point.h"
+
+namespace kv::cli {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::Bytes;
+using testing::ReadFile;
+using testing::WriteFile;
+
+struct Outcome {
+  int code;
+  std::string out, err;
+};
+
+Outcome Call(std::vector<std::string> args) {
+  args.insert(args.begin(), "kvcache");
+  args.insert(args.begin() + 1, "--quiet");
+  std::vector<const char*> argv;
+  for (const std::string& a : args) argv.push_back(a.c_str());
+  std::ostringstream out, err;
+  const int code = Run(static_cast<int>(argv.size()), argv.data(), out, err);
+  return {code, out.str(), err.str()};
+}
+
+std::vector<Point3> ObjVertices(const fs::path& p) {
+  std::istringstream in(ReadFile(p.string()));
+  std::vector<Point3> v;
+  for (std::string line; std::getline(in, line);) {
+    if (line.rfind("v ", 0) != 0) continue;
+    std::istringstream ls(line.substr(2));
+    Point3 q;
+    ls >> q.x >> q.y >> q.z;
+    v.push_back(q);
+  }
+  return v;
+}
+
+// The largest distance from a point of `a` to its nearest point of `b`, both ways.
+float PointSetDistance(const std::vector<Point3>& a, const std::vector<Point3>& b) {
+  auto oneWay = [](const std::vector<Point3>& from, const std::vector<Point3>& to) {
+    float worst = 0;
+    for (const Point3& p : from) {
+      float best = INFINITY;
+      for (const Point3& q : to) best = std::min(best, (p - q).LengthSquared());
+      worst = std::max(worst, best);
+    }
+    return std::sqrt(worst);
+  };
+  return std::max(oneWay(a, b), oneWay(b, a));
+}
+
+// A small glTF scene, Y-up as glTF has it:
+//   Parent  a triangle (0,0,0) (1,0,0) (0,1,0) sliding +x from 0 to 3 over one second (LINEAR)
+//   Child   the same triangle under Parent, at (0,1,0), turned 90 degrees about +y
+//   Hidden  the same triangle at (0,0,2), invisible through KHR_node_visibility
+//   Empty   a node without a mesh
+void WriteSmallScene(const fs::path& dir) {
+  Bytes bin;
+  bin.f(0).f(0).f(0).f(1).f(0).f(0).f(0).f(1).f(0);  // 36 bytes of positions
+  bin.u16(0).u16(1).u16(2).u16(0);                   // indices and padding
+  bin.f(0).f(1);                                     // key times
+  bin.f(0).f(0).f(0).f(3).f(0).f(0);                 // key translations
+  WriteFile((dir / "small.bin").string(), bin.s);
+  const std::string gltf = R"({
+  "asset": {"version": "2.0"},
+  "extensionsUsed": ["KHR_node_visibility"],
+  "scene": 0,
+  "scenes": [{"nodes": [0, 2, 3]}],
+  "nodes": [
+    {"name": "Parent", "mesh": 0, "children": [1]},
+    {"name": "Child", "mesh": 0, "translation": [0, 1, 0],
+     "rotation": [0, 0.70710678, 0, 0.70710678]},
+    {"name": "Hidden", "mesh": 0, "translation": [0, 0, 2],
+     "extensions": {"KHR_node_visibility": {"visible": false}}},
+    {"name": "Empty", "translation": [5, 5, 5]}
+  ],
+  "meshes": [{"primitives": [{"attributes": {"POSITION": 0}, "indices": 1}]}],
+  "buffers": [{"uri": "small.bin", "byteLength": 76}],
+  "bufferViews": [
+    {"buffer": 0, "byteOffset": 0, "byteLength": 36},
+    {"buffer": 0, "byteOffset": 36, "byteLength": 6},
+    {"buffer": 0, "byteOffset": 44, "byteLength": 8},
+    {"buffer": 0, "byteOffset": 52, "byteLength": 24}
+  ],
+  "accessors": [
+    {"bufferView": 0, "componentType": 5126, "count": 3, "type": "VEC3",
+     "min": [0, 0, 0], "max": [1, 1, 0]},
+    {"bufferView": 1, "componentType": 5123, "count": 3, "type": "SCALAR"},
+    {"bufferView": 2, "componentType": 5126, "count": 2, "type": "SCALAR", "min": [0], "max": [1]},
+    {"bufferView": 3, "componentType": 5126, "count": 2, "type": "VEC3"}
+  ],
+  "animations": [{"channels": [{"sampler": 0, "target": {"node": 0, "path": "translation"}}],
+                  "samplers": [{"input": 2, "output": 3, "interpolation": "LINEAR"}]}]
+})";
+  WriteFile((dir / "small.gltf").string(), gltf);
+}
+
+// World positions of Parent's and Child's vertices at `seconds`, worked out from the glTF
+// values above and turned Z-up as the scene is: glTF (x, y, z) is (x, -z, y).
+std::map<std::string, std::vector<Point3>> SmallSceneAt(double seconds) {
+  const float tx = static_cast<float>(3 * std::min(1.0, std::max(0.0, seconds)));
+  const Point3 tri[3] = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
+  auto zUp = [](const Point3& p) { return Point3{p.x, -p.z, p.y}; };
+  std::map<std::string, std::vector<Point3>> out;
+  for (const Point3& v : tri) out["Parent"].push_back(zUp({v.x + tx, v.y, v.z}));
+  // A quarter turn about +y takes (x, y, z) to (z, y, -x).
+  for (const Point3& v : tri) out["Child"].push_back(zUp({v.z + tx, v.y + 1, -v.x}));
+  return out;
+}
+
+// The expected vertices in the cache's element order (as `info --elements` lists it); elements
+// without expectations (the hidden one) are left out.
+std::vector<Point3> InElementOrder(const std::vector<std::string>& order,
+                                   const std::map<std::string, std::vector<Point3>>& byName) {
+  std::vector<Point3> out;
+  for (const std::string& name : order)
+    if (auto it = byName.find(name); it != byName.end())
+      out.insert(out.end(), it->second.begin(), it->second.end());
+  return out;
+}
+
+std::vector<std::string> ElementNames(const std::string& info) {
+  std::vector<std::string> names;
+  std::istringstream in(info);
+  for (std::string line; std::getline(in, line);) {
+    const size_t tab = line.find('\t');
+    if (tab == std::string::npos || tab == 0) continue;
+    names.push_back(line.substr(tab + 1, line.find('\t', tab + 1) - tab - 1));
+  }
+  return names;
+}
+
+class Commands : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() /
+           ("kv_cmd_" + std::to_string(::getpid()) + "_" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+  std::string P(const std::string& name) const { return (dir_ / name).string(); }
+  fs::path dir_;
+};
+
+TEST_F(Commands, RecordInfoAndPlayASmallScene) {
+  WriteSmallScene(dir_);
+  Outcome o = Call({"record", P("small.gltf"), "-o", P("small.kvc")});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  EXPECT_NE(o.out.find("Recorded 3 elements, 31 samples"), std::string::npos) << o.out;
+
+  o = Call({"info", P("small.kvc"), "--elements"});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  EXPECT_NE(o.out.find("\tNumber of Frames : 31\n\tStep Size        : 160 ticks\n"
+                       "\tFrameRate        : 30 FPS\n\tObjects          : 3\n"),
+            std::string::npos)
+      << o.out;
+  const std::vector<std::string> order = ElementNames(o.out);
+  ASSERT_EQ(order.size(), 3u) << o.out;
+  for (const char* name : {"Parent", "Child", "Hidden"}) {
+    EXPECT_NE(std::find(order.begin(), order.end(), name), order.end()) << name;
+    EXPECT_NE(o.out.find(std::string("\t") + name + "\t3\t1\n"), std::string::npos) << name;
+  }
+
+  // Whole frames, a sub-frame between two samples, and ticks; the hidden element stays out.
+  struct Case {
+    std::vector<std::string> when;
+    double seconds;
+  };
+  for (const Case& c :
+       {Case{{"--frame", "0"}, 0.0}, Case{{"--frame", "15"}, 0.5}, Case{{"--frame", "7.5"}, 0.25},
+        Case{{"--time", "4800"}, 1.0}, Case{{"--frame", "40"}, 1.0}}) {
+    std::vector<std::string> args = {"play", P("small.kvc"), "-o", P("f.obj")};
+    args.insert(args.end(), c.when.begin(), c.when.end());
+    o = Call(args);
+    ASSERT_EQ(o.code, kExitOk) << c.when[1] << ": " << o.err;
+    const std::vector<Point3> got = ObjVertices(dir_ / "f.obj");
+    const std::vector<Point3> want = InElementOrder(order, SmallSceneAt(c.seconds));
+    ASSERT_EQ(got.size(), want.size()) << c.when[1];
+    for (size_t i = 0; i < got.size(); ++i)
+      EXPECT_LT((got[i] - want[i]).Length(), 1e-4f) << c.when[1] << " vertex " << i;
+  }
+
+  // Playback options reach the object: before the start with "hide" nothing is shown, a
+  // later playback start holds frame 0, and a graph frame picks the cache frame directly.
+  o = Call({"play", P("small.kvc"), "-o", P("h.obj"), "--frame", "-3", "--before", "hide"});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  EXPECT_TRUE(ObjVertices(dir_ / "h.obj").empty());
+  o = Call({"play", P("small.kvc"), "-o", P("s.obj"), "--frame", "10", "--start", "10"});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  EXPECT_LT(PointSetDistance(ObjVertices(dir_ / "s.obj"), InElementOrder(order, SmallSceneAt(0))),
+            1e-4f);
+  o = Call({"play", P("small.kvc"), "-o", P("g.ply"), "--frame", "2", "--graph-frame", "30"});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  o = Call({"play", P("small.kvc"), "-o", P("g.obj"), "--frame", "2", "--graph-frame", "30"});
+  EXPECT_LT(PointSetDistance(ObjVertices(dir_ / "g.obj"), InElementOrder(order, SmallSceneAt(1))),
+            1e-4f);
+  o = Call({"play", P("small.kvc"), "-o", P("d.obj"), "--frame", "3", "--dont-delete"});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  EXPECT_EQ(ObjVertices(dir_ / "d.obj").size(), 9u);  // the hidden element is kept
+}
+
+TEST_F(Commands, RecordingFailuresSayWhyAndKeepThePreviousCache) {
+  WriteSmallScene(dir_);
+  ASSERT_EQ(Call({"record", P("small.gltf"), "-o", P("keep.kvc")}).code, kExitOk);
+  const std::string before = ReadFile(P("keep.kvc"));
+
+  Outcome o = Call({"record", P("small.gltf"), "-o", P("keep.kvc"), "--nodes", "Nobody*"});
+  EXPECT_EQ(o.code, kExitError);
+  EXPECT_NE(o.err.find("Nothing to cache!"), std::string::npos) << o.err;
+  EXPECT_EQ(ReadFile(P("keep.kvc")), before);
+
+  WriteFile(P("broken.gltf"), "{\"asset\": {\"version\": \"2.0\"}, \"nodes\": [");
+  o = Call({"record", P("broken.gltf"), "-o", P("keep.kvc")});
+  EXPECT_EQ(o.code, kExitError);
+  EXPECT_FALSE(o.err.empty());
+  EXPECT_EQ(ReadFile(P("keep.kvc")), before);
+
+  o = Call({"record", P("small.gltf"), "-o", P("no/such/dir/x.kvc")});
+  EXPECT_EQ(o.code, kExitError);
+  EXPECT_NE(o.err.find("File not found."), std::string::npos) << o.err;
+
+  // Only the matching nodes are recorded.
+  o = Call({"record", P("small.gltf"), "-o", P("p.kvc"), "--nodes", "P*", "--start", "5", "--end",
+            "9", "--step", "2"});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  o = Call({"info", P("p.kvc"), "--elements"});
+  EXPECT_NE(o.out.find("\tNumber of Frames : 3\n\tStep Size        : 320 ticks\n"),
+            std::string::npos)
+      << o.out;
+  EXPECT_NE(o.out.find("\tObjects          : 1\n0\tParent\t3\t1\n"), std::string::npos) << o.out;
+}
+
+TEST_F(Commands, PlayRejectsBadFilesAndOutputs) {
+  Outcome o = Call({"play", P("missing.kvc"), "--frame", "1", "-o", P("x.obj")});
+  EXPECT_EQ(o.code, kExitError);
+  EXPECT_EQ(o.err, "File not found.\n");
+  WriteFile(P("junk.kvc"), std::string(300, 'x'));
+  o = Call({"play", P("junk.kvc"), "--frame", "1", "-o", P("x.obj")});
+  EXPECT_EQ(o.code, kExitError);
+  EXPECT_EQ(o.err, "Invalid cache file.\n");
+  WriteFile(P("two.kvc"), testing::TwoElementCache());
+  o = Call({"play", P("two.kvc"), "--frame", "1", "-o", P("x.stl")});
+  EXPECT_EQ(o.code, kExitUsage);
+  EXPECT_NE(o.err.find(".obj, .ply or .glb"), std::string::npos);
+  EXPECT_FALSE(fs::exists(P("x.stl")));
+  o = Call({"play", P("two.kvc"), "--frame", "1", "-o", P("no/dir/x.obj")});
+  EXPECT_EQ(o.code, kExitError);
+  EXPECT_NE(o.err.find("cannot create"), std::string::npos);
+}
+
+TEST_F(Commands, PlaysAHandBuiltCacheWithVisibilityAndScale) {
+  WriteFile(P("two.kvc"), testing::TwoElementCache());
+  // Frame 1: Box moved one unit along x; Ball at (0, 0, 5).
+  Outcome o = Call({"play", P("two.kvc"), "--frame", "1", "-o", P("a.obj")});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  const std::vector<Point3> want = {{1, 0, 0},  {2, 0, 0}, {1, 1, 0}, {-1, -1, 5},
+                                    {1, -1, 5}, {1, 1, 5}, {-1, 1, 5}};
+  EXPECT_EQ(ObjVertices(dir_ / "a.obj"), want);
+  // Frame 2: the Ball's sample is invisible and it is deleted.
+  o = Call({"play", P("two.kvc"), "--frame", "2", "-o", P("b.obj")});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  EXPECT_EQ(ObjVertices(dir_ / "b.obj").size(), 3u);
+  // Scale 3 times the inches-to-feet factor of 12: everything 36 times as far out.
+  o = Call({"play", P("two.kvc"), "--frame", "1", "-o", P("c.obj"), "--scale", "3", "--scale-from",
+            "inches", "--scale-to", "feet"});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  const std::vector<Point3> scaled = ObjVertices(dir_ / "c.obj");
+  ASSERT_EQ(scaled.size(), want.size());
+  for (size_t i = 0; i < want.size(); ++i)
+    EXPECT_LT((scaled[i] - want[i] * 36.0f).Length(), 1e-3f) << i;
+}
+
+}  // namespace
+}  // namespace kv::cli
+
+namespace kv::cli {
+namespace {
+
+TEST_F(Commands, DemoRecordsAndPlaysASmallWall) {
+  const Outcome o = Call({"demo", P("demo"), "--columns", "6", "--rows", "4", "--frames", "8"});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  for (const char* f : {"scene.glb", "wall.kvc", "wall.mat", "frame_000.glb", "frame_004.glb",
+                        "frame_008.glb", "frame_004.obj", "triggered_004.glb", "triggered_008.glb"})
+    EXPECT_TRUE(fs::is_regular_file(dir_ / "demo" / f)) << f;
+  // 24 bricks of 12 faces, plus the ball until the group deletes it.
+  EXPECT_NE(o.out.find("frame_008.glb"), std::string::npos);
+  const size_t played = o.out.find("faces", o.out.find("frame_008.glb"));
+  const size_t triggered = o.out.find("faces", o.out.find("triggered_008.glb"));
+  ASSERT_NE(played, std::string::npos);
+  ASSERT_NE(triggered, std::string::npos);
+  auto facesBefore = [&](size_t at) {
+    const size_t start = o.out.rfind(", ", at) + 2;
+    return std::stoi(o.out.substr(start, at - start));
+  };
+  EXPECT_GT(facesBefore(played), 24 * 12);
+  EXPECT_EQ(facesBefore(triggered), 24 * 12);
+
+  const Outcome info = Call({"info", P("demo/wall.kvc")});
+  EXPECT_NE(info.out.find("\tNumber of Frames : 9\n"), std::string::npos) << info.out;
+  EXPECT_NE(info.out.find("\tObjects          : 25\n"), std::string::npos) << info.out;
+}
+
+}  // namespace
+}  // namespace kv::cli
