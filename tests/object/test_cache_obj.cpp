@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -425,12 +426,25 @@ TEST_F(CacheObjTest, SavedChunksMatchHandBuiltBytesAndRoundTrip) {
   EXPECT_EQ(loaded.Gizmo()->GetMatrix(0).GetTrans(), (Point3{1, 2, 3}));
   EXPECT_TRUE(loaded.Playback().triggerRecompute);
 
+  EXPECT_TRUE(loaded.CreatedForLoad());
+  EXPECT_FALSE(o->CreatedForLoad());
+
+  // A clone is built as for loading: it copies selection, groups (with the selected one), the
+  // second status text and the gizmo, and rescans its triggers on its first build.
+  loaded.SetStatusText2("Recorded 3 nodes");
+  loaded.Groups().setSelected(0);
   auto clone = loaded.Clone();
   auto* c = static_cast<kvCache_obj*>(clone.get());
   EXPECT_EQ(c->Selection(), loaded.Selection());
   EXPECT_EQ(c->Groups(), loaded.Groups());
+  EXPECT_EQ(c->Groups().getSelected(), 0);
+  EXPECT_EQ(c->StatusText2(), "Recorded 3 nodes");
   EXPECT_EQ(c->Gizmo()->GetMatrix(0).GetTrans(), (Point3{1, 2, 3}));
+  EXPECT_TRUE(c->Playback().triggerRecompute);
+  EXPECT_TRUE(c->CreatedForLoad());
+  EXPECT_EQ(c->LastBuildTime(), -1);
   c->BuildMesh(160);
+  EXPECT_FALSE(c->CreatedForLoad());
   EXPECT_FLOAT_EQ(X(*c, 0), 10.0f);  // element 1 is delayed by its group
 
   // Without an open cache the selection chunk is the empty array; the groups are kept whole.
@@ -456,6 +470,19 @@ TEST_F(CacheObjTest, SavedChunksMatchHandBuiltBytesAndRoundTrip) {
     EXPECT_EQ(o4.Gizmo()->GetMatrix(0).GetTrans(), (Point3{1, 2, 3}));
     ASSERT_EQ(scene.GetResponder().log.size(), shown + 1);
     EXPECT_EQ(scene.GetResponder().log.back().title, "Kelvane Cache - Loading Groups");
+  }
+
+  // A group chunk that promises more records than it holds is damage, not an old record: the
+  // load fails, and no message about incompatible groups is shown.
+  {
+    std::string more = save.bytes;
+    more[groupsAt + 6] = 2;  // the record count
+    kvCache_obj o5(scene, registry, true);
+    MemLoad l5(more);
+    const size_t shown = scene.GetResponder().log.size();
+    EXPECT_EQ(o5.Load(l5), host::IOResult::Error);
+    EXPECT_EQ(o5.Groups().count(), 0);
+    EXPECT_EQ(scene.GetResponder().log.size(), shown);
   }
 
   // A cut inside the selection or group chunk is an error, never a crash.
@@ -496,6 +523,43 @@ TEST_F(CacheObjTest, TravelsWithTheSceneFileThroughTheClassRegistry) {
   back->BuildMesh(4 * 160);
   ASSERT_EQ(back->GetMesh().numVerts(), 9);
   EXPECT_FLOAT_EQ(X(*back, 2), 240.0f);
+}
+
+TEST_F(CacheObjTest, FreshCacheGivesItsMaterialOnlyToThisObjectsBareNodes) {
+  // The scene owns the objects, so it goes before the registry they leave on their way; the
+  // registry needs the scene for material libraries, hence made once the scene exists.
+  std::optional<KelvaneTools::kvCacheRegistry> withMaterials;
+  standalone::Scene sc;
+  withMaterials.emplace(&sc);
+  const std::string file = Standard();
+  auto lib = sc.NewMtlLib();
+  lib->Add(sc.NewStdMtl("Cached", {1, 0, 0}));
+  ASSERT_TRUE(sc.SaveMaterialLibrary(KelvaneTools::MaterialLibraryPath(file), *lib));
+
+  auto a = std::make_unique<kvCache_obj>(sc, *withMaterials, false);
+  auto b = std::make_unique<kvCache_obj>(sc, *withMaterials, false);
+  a->Params().SetString(P::kFileName, file);
+  b->Params().SetString(P::kFileName, file);
+  kvCache_obj* ra = a.get();
+  host::Node* bare = sc.CreateNode(std::move(a), "Bare");
+  host::Node* dressed = sc.CreateInstanceNode(bare, "Dressed");
+  host::Mtl* own = sc.NewStdMtl("Own", {0, 1, 0});
+  dressed->SetMtl(own);
+  host::Node* gone = sc.CreateInstanceNode(bare, "Gone");
+  sc.DeleteNode(gone);
+  host::Node* other = sc.CreateNode(std::move(b), "Other");
+
+  ra->BuildMesh(0);
+  ASSERT_NE(bare->GetMtl(), nullptr);
+  EXPECT_EQ(bare->GetMtl()->GetName(), "Cached");
+  EXPECT_EQ(dressed->GetMtl(), own);    // a material of its own is kept
+  EXPECT_EQ(gone->GetMtl(), nullptr);   // deleted nodes are left alone
+  EXPECT_EQ(other->GetMtl(), nullptr);  // so are the nodes of other objects
+
+  // Only a fresh open hands the material out: a node bared afterwards stays bare.
+  bare->SetMtl(nullptr);
+  ra->BuildMesh(160);
+  EXPECT_EQ(bare->GetMtl(), nullptr);
 }
 
 TEST(ObjectIo, BitArrayAndControllerBytes) {
