@@ -2,6 +2,7 @@
 // mesh, invalidation by parameter, selection undo, triggers, persistence and cloning.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -315,6 +316,61 @@ TEST_F(CacheObjTest, EachParameterInvalidatesWhatItAffects) {
   EXPECT_TRUE(o->Selection().empty());
   EXPECT_EQ(registry.EntryCount(), 0);
   EXPECT_TRUE(o->Playback().triggerRecompute);
+}
+
+// Every parameter id against the change rules: which ids rescan triggers (and under which
+// settings), which rebuild playback and mesh, which only the mesh, which refresh the rollouts.
+// Each id is written with its own value, so the settings the rules test stay as they are.
+TEST_F(CacheObjTest, ChangeRulesByParameterId) {
+  host::Node* omni = scene.CreateLightNode(host::kOmniLightClassId, "Omni");
+  auto o = Make(Standard());
+  ParamBlock& pb = o->Params();
+  int refreshes = 0;
+  o->onRefresh = [&](uint32_t what) { refreshes += (what & kvCache_obj::kRefreshParams) != 0; };
+  const auto in = [](int id, std::initializer_list<int> ids) {
+    return std::find(ids.begin(), ids.end(), id) != ids.end();
+  };
+  struct Setting {
+    bool graph;
+    int mode;
+    bool interactive;
+  };
+  for (const Setting st : {Setting{false, 1, true}, Setting{true, 2, true},
+                           Setting{false, 2, false}, Setting{false, 0, true}}) {
+    pb.SetInt(P::kPlayUseGraph, 0, st.graph);
+    pb.SetInt(P::kTriggerMode, 0, st.mode);
+    pb.SetInt(P::kTriggerInteractive, 0, st.interactive);
+    pb.SetNode(P::kTriggerOmni, omni);
+    for (int id = 0; id < P::kNumParams; ++id) {
+      if (id == P::kNodes || id == P::kFileName) continue;
+      o->BuildMesh(320);
+      ASSERT_TRUE(o->MeshValidity().InInterval(320));
+      o->Playback().triggerRecompute = false;
+      refreshes = 0;
+      if (id == P::kElementFrames) {
+        pb.SetCount(id, pb.Count(id) + 1);
+      } else if (id == P::kTriggerOmni) {
+        pb.SetNode(id, omni);
+      } else if (id == P::kExplodeToNode) {
+        pb.SetNode(id, pb.GetNode(id));
+      } else {
+        pb.SetFloat(id, 0, pb.GetFloat(id));
+      }
+      const bool trigger =
+          st.interactive && (in(id, {13, 14, 34, 36, 44, 51}) || (id == 35 && st.mode == 2) ||
+                             (in(id, {1, 4, 5, 6, 7, 10}) && !st.graph && st.mode >= 1));
+      const bool full = (in(id, {1, 4, 5, 6, 7, 10, 21}) && !st.graph) || id == 11 ||
+                        (id == 12 && st.graph) || id == 33;
+      const bool meshOnly = in(id, {16, 17, 18, 31});
+      const std::string where = "id " + std::to_string(id) + " graph " + std::to_string(st.graph) +
+                                " mode " + std::to_string(st.mode) + " interactive " +
+                                std::to_string(st.interactive);
+      EXPECT_EQ(o->Playback().triggerRecompute, trigger) << where;
+      EXPECT_EQ(!o->Playback().validity.InInterval(320), trigger || full) << where;
+      EXPECT_EQ(!o->MeshValidity().InInterval(320), trigger || full || meshOnly) << where;
+      EXPECT_EQ(refreshes > 0, in(id, {11, 21, 34, 40, 45, 51})) << where;
+    }
+  }
 }
 
 TEST_F(CacheObjTest, SwitchesForRenderDisplayAndNetworkServer) {
