@@ -12,6 +12,9 @@
 #include "cli.h"
 #include "commands.h"
 #include "geom/point.h"
+#include "host/standalone/scene.h"
+#include "host/standalone/scene_file.h"
+#include "progress.h"
 
 namespace kv::cli {
 namespace {
@@ -314,6 +317,55 @@ TEST_F(Commands, DemoRecordsAndPlaysASmallWall) {
   const Outcome info = Call({"info", P("demo/wall.kvc")});
   EXPECT_NE(info.out.find("\tNumber of Frames : 9\n"), std::string::npos) << info.out;
   EXPECT_NE(info.out.find("\tObjects          : 25\n"), std::string::npos) << info.out;
+}
+
+TEST_F(Commands, CtrlCCancelsARecordingAndKeepsThePreviousCache) {
+  WriteSmallScene(dir_);
+  ASSERT_EQ(Call({"record", P("small.gltf"), "-o", P("c.kvc"), "--end", "5"}).code, kExitOk);
+  const std::string before = ReadFile(P("c.kvc"));
+  RequestInterrupt();  // what the SIGINT handler does
+  const Outcome o = Call({"record", P("small.gltf"), "-o", P("c.kvc")});
+  ClearInterrupt();
+  EXPECT_EQ(o.code, kExitCancelled);
+  EXPECT_NE(o.err.find("Operation cancelled."), std::string::npos) << o.err;
+  EXPECT_EQ(ReadFile(P("c.kvc")), before);
+  for (const auto& e : fs::directory_iterator(dir_))
+    EXPECT_EQ(e.path().string().find("~"), std::string::npos) << e.path();
+}
+
+TEST_F(Commands, RecordsAStandaloneSceneFile) {
+  {
+    standalone::Scene scene;
+    scene.SetFrameRate(25);
+    scene.SetAnimRange(Interval(0, 4 * 192));
+    Mesh tri;
+    tri.verts = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
+    tri.setNumFaces(1);
+    tri.faces[0].setVerts(0, 1, 2);
+    auto* a = static_cast<standalone::SceneNode*>(scene.CreateMeshNode(tri, "Left"));
+    a->KeyPosition(0, {0, 0, 0});
+    a->KeyPosition(4 * 192, {4, 0, 0});
+    scene.CreatePointHelperNode("Helper");
+    std::string error;
+    ASSERT_TRUE(standalone::SaveScene(scene, P("s.kvscene"), error)) << error;
+  }
+  Outcome o = Call({"record", P("s.kvscene"), "-o", P("s.kvc")});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  o = Call({"info", P("s.kvc"), "--elements"});
+  EXPECT_NE(o.out.find("\tNumber of Frames : 5\n\tStep Size        : 192 ticks\n"
+                       "\tFrameRate        : 25 FPS\n\tObjects          : 1\n0\tLeft\t3\t1\n"),
+            std::string::npos)
+      << o.out;
+  o = Call({"play", P("s.kvc"), "--frame", "2", "-o", P("s.obj")});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  const std::vector<Point3> want = {{2, 0, 0}, {3, 0, 0}, {2, 1, 0}};
+  EXPECT_EQ(ObjVertices(dir_ / "s.obj"), want);
+
+  WriteFile(P("bad.kvscene"), "KVSCENE");
+  o = Call({"record", P("bad.kvscene"), "-o", P("b.kvc")});
+  EXPECT_EQ(o.code, kExitError);
+  EXPECT_NE(o.err.find("kvcache record: "), std::string::npos);
+  EXPECT_FALSE(fs::exists(P("b.kvc")));
 }
 
 }  // namespace
