@@ -714,7 +714,8 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
   for (int e = 0; e < n; ++e) {
     if (scratch.removed[e]) continue;
     const ElementFrameState& r = states[size_t(e)];
-    const kv::Matrix3 m = ElementTransform(e, r) * s.unitScale;
+    kv::Matrix3 m = ElementTransform(e, r);
+    if (s.unitScale != 1.0f) m = m * s.unitScale;
     const int32_t sv = s.boxMode ? e * 8 : elements_[size_t(e)].vertOffset;
     const int32_t nv = s.boxMode ? 8 : elements_[size_t(e)].numVerts;
     const int32_t sf = s.boxMode ? e * 12 : elements_[size_t(e)].faceOffset;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <utility>
@@ -30,7 +31,7 @@ bool MapTimeToSamples(int32_t step, int32_t numSamples, const FrameSettings& s,
   const float time = std::isfinite(r.time) ? r.time : 0.0f;
 
   // Clamp so that the conversion to an integer is defined for any time.
-  const float position = std::fmax(-2.0e9f, std::fmin(2.0e9f, time / static_cast<float>(step)));
+  const float position = std::clamp(time / static_cast<float>(step), -2.0e9f, 2.0e9f);
   int64_t a = static_cast<int64_t>(position);  // toward zero
   float f = std::fabs(position - static_cast<float>(a));
   if (f >= 1.0f) f = 0.0f;  // rounding at huge positions

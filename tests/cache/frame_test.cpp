@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
 #include "cache/reader.h"
 #include "fixtures.h"
 
@@ -189,6 +193,44 @@ TEST(ReadFrame, FailsWithoutIndexOrWhenSamplesCannotBeRead) {
   EXPECT_TRUE(fr.reader.InError());
   EXPECT_FALSE(fr.reader.HasIndex());
   EXPECT_FALSE(fr.Read());  // stays failed until reopened
+}
+
+}  // namespace
+
+// Counts every allocation of the test binary, so that a frame can be shown to make none.
+static std::atomic<long> gAllocations{0};
+void* operator new(size_t n) {
+  ++gAllocations;
+  if (void* p = std::malloc(n ? n : 1)) return p;
+  throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+  std::free(p);
+}
+void operator delete(void* p, size_t) noexcept {
+  std::free(p);
+}
+
+namespace {
+
+TEST(ReadFrame, WarmFramesAllocateNothing) {
+  Frame fr(kvtest::GridCache(50, 6), "warm");
+  fr.s.deleteInvisible = false;
+  fr.s.hideInvisible = true;
+  for (int e = 0; e < 50; e += 7) fr.st[size_t(e)].matIdOverride = 3;
+  fr.st[4].removed = true;
+  // Warm up: every block loaded and decomposed, topology built.
+  for (float at : {0.5f, 1.5f, 2.5f, 3.5f, 4.5f}) {
+    fr.At(at);
+    ASSERT_TRUE(fr.Read());
+  }
+  const long before = gAllocations.load();
+  for (float at : {0.25f, 4.75f, 2.0f, 3.3f}) {
+    fr.At(at);
+    ASSERT_TRUE(fr.reader.ReadFrame(fr.out, fr.st, fr.s, fr.scratch, false));
+  }
+  EXPECT_EQ(gAllocations.load(), before);
+  EXPECT_EQ(fr.out.numFaces(), 49);
 }
 
 }  // namespace

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "fake_host.h"
 #include "fixtures.h"
+#include "host/standalone/scene.h"
 
 using namespace KelvaneTools;
 using kvtest::Bytes;
@@ -208,7 +208,7 @@ TEST(CacheReaderOpen, MissingFileAndMaterialLibrary) {
   EXPECT_EQ(missing.ErrorMessageText(), "File not found.");
   EXPECT_EQ(missing.StatusText(), "File not found.");
 
-  kvtest::FakeHost host;
+  kv::standalone::Scene host;
   TempFile file("library");
   TempFile lib("library", ".mat");
   file.Write(kvtest::TwoElementCache(2).b);
@@ -219,9 +219,10 @@ TEST(CacheReaderOpen, MissingFileAndMaterialLibrary) {
     EXPECT_EQ(r.MaterialLibrary()->Count(), 0);  // no library beside it: empty, not an error
   }
   {
-    std::FILE* m = std::fopen(lib.path.c_str(), "w");
-    std::fputs("Steel\nGlass\n", m);
-    std::fclose(m);
+    auto saved = host.NewMtlLib();
+    saved->Add(host.NewStdMtl("Steel", {0.5f, 0.5f, 0.5f}));
+    saved->Add(host.NewStdMtl("Glass", {0, 0, 1}));
+    ASSERT_TRUE(host.SaveMaterialLibrary(lib.path, *saved));
     kvCacheReader r(file.path, &host);
     ASSERT_TRUE(r.Open());
     ASSERT_EQ(r.MaterialLibrary()->Count(), 2);

@@ -6,8 +6,8 @@
 #include <stdexcept>
 
 #include "cache/reader.h"
-#include "fake_host.h"
 #include "fixtures.h"
+#include "host/standalone/scene.h"
 
 using namespace KelvaneTools;
 using kvtest::Bytes;
@@ -41,6 +41,7 @@ struct TestSource : ElementSource {
   std::vector<kv::host::Mtl*> mtls;
   std::function<bool(int, kv::TimeValue)> hidden = [](int, kv::TimeValue) { return false; };
   bool throwOnSample = false;
+  bool throwOnMaterial = false;
   int sampleCalls = 0;
 
   int Count() const override { return int(meshes.size()); }
@@ -50,6 +51,7 @@ struct TestSource : ElementSource {
     return out.numFaces() > 0;
   }
   kv::host::Mtl* Material(int i) const override {
+    if (throwOnMaterial) throw std::runtime_error("material lookup failed");
     return size_t(i) < mtls.size() ? mtls[size_t(i)] : nullptr;
   }
   void Sample(kv::TimeValue t, std::span<const int> el, kv::Matrix3* tm, float* vis) override {
@@ -148,9 +150,9 @@ TEST(CacheWriter, ReaderGetsBackWhatWasWritten) {
 }
 
 TEST(CacheWriter, CombinesMaterialsAndSavesTheLibrary) {
-  kvtest::FakeHost host;
-  kv::host::Mtl* steel = host.NewMtl("Steel");
-  kv::host::Mtl* glass = host.NewMtl("Glass");
+  kv::standalone::Scene host;
+  kv::host::Mtl* steel = host.NewStdMtl("Steel", {0.5f, 0.5f, 0.5f});
+  kv::host::Mtl* glass = host.NewStdMtl("Glass", {0, 0, 1});
   TempFile file("materials");
   TempFile lib("materials", ".mat");
   {  // one element without material: nothing combined, ids unchanged
@@ -174,10 +176,12 @@ TEST(CacheWriter, CombinesMaterialsAndSavesTheLibrary) {
   kvCacheWriter w(file.path, kv::Matrix3(), 0, 160, 1000, 2, src, &host);
   for (int i = 0; i < 3; ++i) ASSERT_TRUE(w.AddElement(i, 0));
   ASSERT_TRUE(w.Write());
-  EXPECT_EQ(host.combineCalls, 1);  // the shared material is not combined again
+  ASSERT_NE(w.CombinedMaterial(), nullptr);
+  // The shared material is not combined again: two sub-materials, not three.
+  ASSERT_EQ(w.CombinedMaterial()->NumSubMtls(), 2);
+  EXPECT_EQ(w.CombinedMaterial()->GetSubMtl(1), glass);
   EXPECT_EQ(w.MatIdOffset(1), 0);
   EXPECT_EQ(w.MatIdOffset(2), 1);
-  ASSERT_NE(w.CombinedMaterial(), nullptr);
   EXPECT_EQ(w.CombinedMaterial()->GetName(), "kvtest_" + std::to_string(getpid()) + "_materials");
   ASSERT_TRUE(w.SaveMaterialLibrary());
 
@@ -220,14 +224,12 @@ TEST(CacheWriter, FailuresLeaveCodes) {
     src.throwOnSample = false;
   }
   {
-    kvtest::FakeHost host;
-    host.throwOnFit = true;
-    src.mtls = {host.NewMtl("m")};
+    kv::standalone::Scene host;
+    src.throwOnMaterial = true;
     kvCacheWriter w(file.path, kv::Matrix3(), 0, 160, 160, 2, src, &host);
     ASSERT_TRUE(w.AddElement(0, 0));
     EXPECT_FALSE(w.Write());
     EXPECT_EQ(w.ErrorCode(), kErrException);
-    src.mtls.clear();
   }
 }
 
