@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "record/messages.h"
-#include "record/write_session.h"
+#include "record/node_writer.h"
 
 namespace kv {
 namespace fs = std::filesystem;
@@ -174,7 +174,7 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
   if (host::Node* own = target.OwnNode()) reference = Inverse(own->GetObjectTM(ip_.GetTime()));
 
   const std::string temp = TemporaryPathFor(path);
-  WriteSession writer(ip_, temp, reference, range);
+  NodeCacheWriter writer(ip_, temp, reference, range);
   bool ok = false;
   int code = 0;
   std::string message;
