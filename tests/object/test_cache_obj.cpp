@@ -439,6 +439,16 @@ TEST_F(CacheObjTest, SelectionUndoRedoAndHeldMark) {
   EXPECT_EQ(o->Selection().size(), 3u);
   o->ClearSelection();
   EXPECT_TRUE(o->Selection().empty());
+
+  // Without a cache, select-all adds nothing and invert leaves nothing; indices past any cache
+  // are kept until then. Outside a hold nothing is marked held.
+  auto bare = Make();
+  bare->SelectSubComponent(std::vector<uint32_t>{4, 70}, true, true);
+  bare->SelectAll();
+  EXPECT_EQ(bare->Selection(), (std::set<uint32_t>{4, 70}));
+  EXPECT_FALSE(bare->SelectionHeld());
+  bare->InvertSelection();
+  EXPECT_TRUE(bare->Selection().empty());
 }
 
 TEST_F(CacheObjTest, SavedChunksMatchHandBuiltBytesAndRoundTrip) {
