@@ -117,6 +117,21 @@ TEST(Triggers, RefinementStaysAtTheStartWithoutGraph) {
   EXPECT_LT(s.el[0].triggerTime, 740);
 }
 
+TEST(Triggers, OnlyChangesAboveTheSmallestNormalFloatCountAsMoves) {
+  // A radius that differs by a denormal is the same radius; 2e-38 is a change.
+  const TriggerVolume zero{Matrix3(), 0.0f}, denormal{Matrix3(), 1e-39f}, tiny{Matrix3(), 2e-38f};
+  EXPECT_FALSE(VolumeChanged(zero, zero));
+  EXPECT_FALSE(VolumeChanged(zero, denormal));
+  EXPECT_TRUE(VolumeChanged(zero, tiny));
+  TriggerVolume moved = zero;
+  moved.tm = TransMatrix({0, 0, 1e-10f});
+  EXPECT_TRUE(VolumeChanged(zero, moved));
+  moved.tm = TransMatrix({0, 0, 1e-39f});
+  EXPECT_FALSE(VolumeChanged(zero, moved));
+  moved.tm = RotateZMatrix(1e-6f);  // the rotation rows count as much as the translation
+  EXPECT_TRUE(VolumeChanged(zero, moved));
+}
+
 TEST(Triggers, CancelResetsEverythingAndRangeFollowsSettings) {
   std::vector<ElementPlayback> el(2);
   std::vector<TriggerHit> hits(2);
