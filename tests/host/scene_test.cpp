@@ -65,6 +65,29 @@ TEST(Scene, NamesInstancesAndSelection) {
   s.CreateMeshNode(Mesh(), "Brick001");
   EXPECT_EQ(s.MakeUniqueName("Brick001"), "Brick002");
   EXPECT_EQ(s.MakeUniqueName("Ball"), "Ball");
+  // A name freed by a rename or a delete is found again; undoing the delete takes it back.
+  host::Node* b2 = s.CreateMeshNode(Mesh(), s.MakeUniqueName("Brick"));
+  EXPECT_EQ(b2->GetName(), "Brick002");
+  EXPECT_EQ(s.MakeUniqueName("Brick"), "Brick003");
+  b2->SetName("Wall");
+  EXPECT_EQ(s.GetNodeByName("Wall"), b2);
+  EXPECT_EQ(s.GetNodeByName("Brick002"), nullptr);
+  EXPECT_EQ(s.MakeUniqueName("Brick"), "Brick002");
+  s.GetHold().Begin();
+  s.DeleteNode(a);
+  s.GetHold().Accept("Delete");
+  EXPECT_EQ(s.GetNodeByName("Brick"), nullptr);
+  EXPECT_EQ(s.MakeUniqueName("Brick"), "Brick");
+  s.Undo();
+  EXPECT_EQ(s.GetNodeByName("Brick"), a);
+  EXPECT_EQ(s.MakeUniqueName("Brick"), "Brick002");
+  // Two live nodes of one name: the one created first is found, even when it took the name
+  // last.
+  host::Node* c = s.CreateMeshNode(Mesh(), "Cube");
+  b2->SetName("Cube");
+  EXPECT_EQ(s.GetNodeByName("Cube"), b2);
+  b2->SetName("Wall");
+  EXPECT_EQ(s.GetNodeByName("Cube"), c);
   host::Node* inst = s.CreateInstanceNode(a, "Inst");
   EXPECT_EQ(inst->GetObjectRef(), a->GetObjectRef());
   EXPECT_EQ(s.NodesReferencing(a->GetObjectRef()).size(), 2u);

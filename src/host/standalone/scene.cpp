@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <filesystem>
@@ -59,8 +60,10 @@ void SceneNode::Put(std::function<void()> undo, std::function<void()> redo) {
 }
 
 void SceneNode::SetName(const std::string& name) {
-  Put([this, old = name_] { name_ = old; }, [this, name] { name_ = name; });
-  name_ = name;
+  if (name == name_) return;
+  Put([this, old = name_] { scene_.Rename(this, old); },
+      [this, name] { scene_.Rename(this, name); });
+  scene_.Rename(this, name);
 }
 
 host::Node* SceneNode::GetChild(int i) const {
@@ -171,6 +174,8 @@ void Scene::Reset() {
   undo_.Clear();
   nodes_.clear();
   byObject_.clear();
+  byName_.clear();
+  nameHints_.clear();
   objects_.clear();
   mtls_.clear();
   time_ = 0;
@@ -203,9 +208,38 @@ std::vector<host::Node*> Scene::GetRootNodes() const {
 }
 
 SceneNode* Scene::FindNode(const std::string& name) const {
-  for (const auto& n : nodes_)
-    if (!n->deleted_ && n->name_ == name) return n.get();
+  const auto it = byName_.find(name);
+  if (it == byName_.end()) return nullptr;
+  for (SceneNode* n : it->second)
+    if (!n->deleted_) return n;
   return nullptr;
+}
+
+void Scene::IndexName(SceneNode* n) {
+  std::vector<SceneNode*>& v = byName_[n->name_];
+  const auto at = std::upper_bound(
+      v.begin(), v.end(), n,
+      [](const SceneNode* a, const SceneNode* b) { return a->serial_ < b->serial_; });
+  v.insert(at, n);
+}
+
+void Scene::UnindexName(SceneNode* n) {
+  const auto it = byName_.find(n->name_);
+  if (it == byName_.end()) return;
+  std::erase(it->second, n);
+  if (it->second.empty()) byName_.erase(it);
+}
+
+void Scene::Rename(SceneNode* n, const std::string& name) {
+  UnindexName(n);
+  if (!n->deleted_) ++namesFreed_;
+  n->name_ = name;
+  IndexName(n);
+}
+
+void Scene::SetDeleted(SceneNode* n, bool on) {
+  if (on && !n->deleted_) ++namesFreed_;
+  n->deleted_ = on;
 }
 
 host::Node* Scene::GetNodeByName(const std::string& name) const {
@@ -246,11 +280,18 @@ std::string Scene::MakeUniqueName(const std::string& base) const {
   if (!FindNode(base)) return base;
   std::string stem = base;
   while (!stem.empty() && std::isdigit(static_cast<unsigned char>(stem.back()))) stem.pop_back();
-  for (int i = 1;; ++i) {
+  // Numbers below the hint are known to be taken, so making n names from one base costs n
+  // look-ups, not n squared.
+  NameHint& hint = nameHints_[stem];
+  if (hint.freed != namesFreed_) hint = {1, namesFreed_};
+  for (int i = hint.next;; ++i) {
     char num[16];
     std::snprintf(num, sizeof num, "%03d", i);
     std::string name = stem + num;
-    if (!FindNode(name)) return name;
+    if (!FindNode(name)) {
+      hint.next = i;
+      return name;
+    }
   }
 }
 
@@ -261,12 +302,14 @@ host::Object* Scene::AddObject(std::unique_ptr<host::Object> obj) {
 
 SceneNode* Scene::AdoptNode(std::unique_ptr<SceneNode> n) {
   SceneNode* p = n.get();
+  p->serial_ = nodes_.size();
   nodes_.push_back(std::move(n));
   if (p->obj_) byObject_[p->obj_].push_back(p);
+  IndexName(p);
   // Creation is undone by the deleted mark: the node stays addressable, as the core expects.
   if (undo_.Holding())
-    undo_.Put(
-        std::make_unique<FnRestore>([p] { p->deleted_ = true; }, [p] { p->deleted_ = false; }));
+    undo_.Put(std::make_unique<FnRestore>([this, p] { SetDeleted(p, true); },
+                                          [this, p] { SetDeleted(p, false); }));
   return p;
 }
 
@@ -319,19 +362,18 @@ void Scene::Link(SceneNode* child, SceneNode* parent) {
 }
 
 void Scene::DeleteNode(host::Node* node) {
-  SceneNode* n = nullptr;
-  for (const auto& p : nodes_)
-    if (p.get() == node) n = p.get();
-  if (!n || n->deleted_) return;
+  // Only nodes of this scene; no walk over all nodes (a recording deletes many).
+  auto* n = dynamic_cast<SceneNode*>(node);
+  if (!n || &n->scene_ != this || n->deleted_) return;
   const bool wasSelected = n->selected_;
   // Children move to the deleted node's parent, as in the host.
   for (SceneNode* c : std::vector<SceneNode*>(n->children_)) Link(c, n->parent_);
-  n->deleted_ = true;
+  SetDeleted(n, true);
   n->selected_ = false;
   if (undo_.Holding())
     undo_.Put(std::make_unique<FnRestore>(
-        [n, wasSelected] { n->deleted_ = false, n->selected_ = wasSelected; },
-        [n] { n->deleted_ = true, n->selected_ = false; }));
+        [this, n, wasSelected] { SetDeleted(n, false), n->selected_ = wasSelected; },
+        [this, n] { SetDeleted(n, true), n->selected_ = false; }));
 }
 
 void Scene::ClearSelection() {

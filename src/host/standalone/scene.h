@@ -75,6 +75,7 @@ class SceneNode final : public host::Node {
   void Put(std::function<void()> undo, std::function<void()> redo);
 
   Scene& scene_;
+  size_t serial_ = 0;  // creation order, kept by the name index
   std::string name_;
   SceneNode* parent_ = nullptr;
   std::vector<SceneNode*> children_;
@@ -218,6 +219,12 @@ class Scene final : public host::Interface {
  private:
   friend class SceneNode;
   SceneNode* AdoptNode(std::unique_ptr<SceneNode> n);
+  // Every change of a node's name or deleted mark goes through these, so that the name index
+  // and the unique-name hints stay true.
+  void Rename(SceneNode* n, const std::string& name);
+  void SetDeleted(SceneNode* n, bool on);
+  void IndexName(SceneNode* n);
+  void UnindexName(SceneNode* n);
 
   TimeValue time_ = 0;
   int fps_ = 30;
@@ -233,6 +240,17 @@ class Scene final : public host::Interface {
   // Nodes by the object they carry, in creation order: the core asks this per evaluation
   // (a cache object looks up its own node), so it must not walk every node of a large scene.
   std::unordered_map<const host::Object*, std::vector<SceneNode*>> byObject_;
+  // Nodes by name (deleted ones too), in creation order: loading a scene looks up thousands
+  // of nodes by name, and explode makes thousands of unique names.
+  std::unordered_map<std::string, std::vector<SceneNode*>> byName_;
+  // Per name stem, a number below which every numbered name was taken when it was found,
+  // valid while no name has been freed since (namesFreed_ unchanged).
+  struct NameHint {
+    int next = 1;
+    uint64_t freed = 0;
+  };
+  mutable std::unordered_map<std::string, NameHint> nameHints_;
+  uint64_t namesFreed_ = 0;
   UndoStack undo_;
 
   Responder responder_;
