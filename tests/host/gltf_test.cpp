@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <nlohmann/json.hpp>
 
 namespace kv::standalone {
@@ -146,6 +147,163 @@ TEST(Gltf, BadFilesFailClearlyAndAddNothing) {
   EXPECT_FALSE(ImportGltf(s, (dir / "junk.glb").string(), err));
   EXPECT_TRUE(s.AllNodes(true).empty());
   EXPECT_TRUE(s.Materials().empty());
+  fs::remove_all(dir);
+}
+
+// Bytes of a little buffer, built field by field.
+struct Bytes {
+  std::vector<unsigned char> b;
+  Bytes& F(std::initializer_list<float> fs) {
+    for (float f : fs) Raw(&f, 4);
+    return *this;
+  }
+  Bytes& U(std::initializer_list<uint32_t> us) {
+    for (uint32_t u : us) Raw(&u, 4);
+    return *this;
+  }
+  void Raw(const void* p, size_t n) {
+    const auto* c = static_cast<const unsigned char*>(p);
+    b.insert(b.end(), c, c + n);
+  }
+};
+
+// Two scenes (the second is the default), one triangle with RGBA colours, texture
+// coordinates and a sparse position, a CUBICSPLINE translation over half a second, an
+// unnormalised rotation, and an animation pointer at something other than visibility.
+nlohmann::json WriteSecondFile(const fs::path& dir) {
+  Bytes d;
+  d.F({0, 0, 0, 1, 0, 0, 0, 1, 0});                             // 0: positions
+  d.F({1, 0, 0, 1, 0, 1, 0, 1, 0, 0, 1, 0.5f});                 // 36: colours
+  d.F({0, 0, 1, 0, 0, 0.25f});                                  // 84: uv
+  d.F({0, 0.5f});                                               // 108: times
+  d.F({0, 0, 0, 0, 0, 0, 4, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0});  // 116: cubic translation
+  d.F({0, 0, 0, 3, 0, 0, 0, 3});                                // 188: rotation
+  d.F({5, 5, 5});                                               // 220: sparse value
+  d.U({2});                                                     // 232: sparse index
+  d.F({0, 0});                                                  // 236: pointer values
+  std::ofstream(dir / "two.bin", std::ios::binary)
+      .write(reinterpret_cast<const char*>(d.b.data()), static_cast<std::streamsize>(d.b.size()));
+  nlohmann::json j = nlohmann::json::parse(R"({
+  "asset": {"version": "2.0"},
+  "extensionsUsed": ["KHR_animation_pointer"],
+  "scene": 1, "scenes": [{"nodes": [0]}, {"nodes": [1]}],
+  "nodes": [{"name": "Other", "mesh": 0}, {"name": "Tri", "mesh": 0}],
+  "meshes": [{"name": "Tri", "primitives": [
+     {"attributes": {"POSITION": 0, "COLOR_0": 1, "TEXCOORD_0": 2}}]}],
+  "buffers": [{"uri": "two.bin", "byteLength": 244}],
+  "bufferViews": [{"buffer": 0, "byteOffset": 0, "byteLength": 244}],
+  "accessors": [
+    {"bufferView": 0, "byteOffset": 0, "componentType": 5126, "count": 3, "type": "VEC3",
+     "min": [0,0,0], "max": [5,5,5], "sparse": {"count": 1,
+       "indices": {"bufferView": 0, "byteOffset": 232, "componentType": 5125},
+       "values": {"bufferView": 0, "byteOffset": 220}}},
+    {"bufferView": 0, "byteOffset": 36, "componentType": 5126, "count": 3, "type": "VEC4"},
+    {"bufferView": 0, "byteOffset": 84, "componentType": 5126, "count": 3, "type": "VEC2"},
+    {"bufferView": 0, "byteOffset": 108, "componentType": 5126, "count": 2, "type": "SCALAR", "min": [0], "max": [0.5]},
+    {"bufferView": 0, "byteOffset": 116, "componentType": 5126, "count": 6, "type": "VEC3"},
+    {"bufferView": 0, "byteOffset": 188, "componentType": 5126, "count": 2, "type": "VEC4"},
+    {"bufferView": 0, "byteOffset": 236, "componentType": 5126, "count": 2, "type": "SCALAR"}],
+  "animations": [{"samplers": [
+      {"input": 3, "output": 4, "interpolation": "CUBICSPLINE"},
+      {"input": 3, "output": 5, "interpolation": "LINEAR"},
+      {"input": 3, "output": 6, "interpolation": "STEP"}],
+    "channels": [
+      {"sampler": 0, "target": {"node": 1, "path": "translation"}},
+      {"sampler": 1, "target": {"node": 1, "path": "rotation"}},
+      {"sampler": 2, "target": {"path": "pointer", "extensions": {"KHR_animation_pointer":
+          {"pointer": "/nodes/1/translation"}}}}]}]
+})");
+  std::ofstream(dir / "two.gltf") << j.dump();
+  return j;
+}
+
+TEST(Gltf, ImportsColoursSparseDataAndCubicTangentsOverShortKeys) {
+  const fs::path dir = TempDir("two");
+  WriteSecondFile(dir);
+  Scene s;
+  std::string err;
+  ASSERT_TRUE(ImportGltf(s, (dir / "two.gltf").string(), err)) << err;
+  // Only the default scene comes in.
+  EXPECT_EQ(s.FindNode("Other"), nullptr);
+  SceneNode* tri = s.FindNode("Tri");
+  ASSERT_NE(tri, nullptr);
+  EXPECT_EQ(s.AllNodes(true).size(), 1u);
+  EXPECT_EQ(s.Objects().size(), 1u);
+
+  Mesh m;
+  ASSERT_TRUE(tri->EvalTriMesh(0, false, m));
+  EXPECT_EQ(m.verts[2], (Point3{5, 5, 5}));  // the sparse value replaced vertex 2
+  // Vertex colours in channel 0 (alpha dropped), texture coordinates in 1 with v flipped.
+  ASSERT_TRUE(m.mapSupport(0) && m.mapSupport(1));
+  EXPECT_EQ(m.Map(0).verts[m.Map(0).faces[0].t[1]], (Point3{0, 1, 0}));
+  EXPECT_EQ(m.Map(0).verts[m.Map(0).faces[0].t[2]], (Point3{0, 0, 1}));
+  EXPECT_EQ(m.Map(1).verts[m.Map(1).faces[0].t[2]], (Point3{0, 0.75f, 0}));
+  EXPECT_EQ(m.Map(1).verts[m.Map(1).faces[0].t[1]], (Point3{1, 1, 0}));
+
+  // Halfway through a 0.5 s cubic segment with out-tangent 4 per second: the tangent
+  // counts for 4 * 0.5 = 2, so x = 0.125 * 2 + 0.5 * 1 = 0.75.
+  EXPECT_EQ(s.GetAnimRange(), Interval(0, 2400));
+  const Matrix3 tm = tri->GetNodeTM(1200);
+  EXPECT_NEAR(tm.GetTrans().x, 0.75f, 1e-5f);
+  // The rotation keys (0, 0, 0, 3) are unit rotations: only the Y-up turn remains.
+  EXPECT_NEAR(tm.VectorTransform({0, 1, 0}).Length(), 1.0f, 1e-5f);
+  EXPECT_TRUE(Near(tm.VectorTransform({0, 1, 0}), {0, 0, 1}, 1e-5f));
+  // A pointer at anything but visibility is left alone.
+  EXPECT_EQ(tri->GetVisController(), nullptr);
+  EXPECT_EQ(tri->GetVisibility(2400), 1.0f);
+  fs::remove_all(dir);
+}
+
+TEST(Gltf, MalformedAccessorsFailClearlyAndAddNothing) {
+  const fs::path dir = TempDir("malformed");
+  const nlohmann::json good = WriteSecondFile(dir);
+  struct Case {
+    const char* what;
+    std::function<void(nlohmann::json&)> spoil;
+    const char* expect;
+  };
+  const std::vector<Case> cases = {
+      {"position accessor missing",
+       [](nlohmann::json& j) { j["meshes"][0]["primitives"][0]["attributes"]["POSITION"] = 99; },
+       "out of range"},
+      {"index past the vertices",
+       [](nlohmann::json& j) {
+         j["meshes"][0]["primitives"][0]["indices"] = 7;
+         j["accessors"].push_back({{"bufferView", 0},
+                                   {"byteOffset", 232},
+                                   {"componentType", 5125},
+                                   {"count", 3},
+                                   {"type", "SCALAR"}});
+         j["accessors"][7]["byteOffset"] = 228;  // the bits of 5.0f: no such vertex
+       },
+       "does not exist"},
+      {"count beyond the buffer", [](nlohmann::json& j) { j["accessors"][1]["count"] = 1000; },
+       "more elements"},
+      {"count that overflows an offset",
+       [](nlohmann::json& j) { j["accessors"][2]["count"] = uint64_t{1} << 61; }, "more elements"},
+      {"huge count without data",
+       [](nlohmann::json& j) {
+         j["accessors"][1].erase("bufferView");
+         j["accessors"][1]["count"] = uint64_t{1} << 40;
+       },
+       "more elements"},
+      {"sparse index out of range",
+       [](nlohmann::json& j) { j["accessors"][0]["sparse"]["indices"]["byteOffset"] = 228; },
+       "sparse index"},
+      {"bufferView past its buffer",
+       [](nlohmann::json& j) { j["bufferViews"][0]["byteLength"] = 4000; }, "past its buffer"},
+      {"default scene missing", [](nlohmann::json& j) { j["scene"] = 5; }, "scene"},
+  };
+  for (const Case& c : cases) {
+    nlohmann::json j = good;
+    c.spoil(j);
+    std::ofstream(dir / "bad.gltf") << j.dump();
+    Scene s;
+    std::string err;
+    EXPECT_FALSE(ImportGltf(s, (dir / "bad.gltf").string(), err)) << c.what;
+    EXPECT_NE(err.find(c.expect), std::string::npos) << c.what << ": " << err;
+    EXPECT_TRUE(s.AllNodes(true).empty() && s.Objects().empty() && s.Materials().empty()) << c.what;
+  }
   fs::remove_all(dir);
 }
 

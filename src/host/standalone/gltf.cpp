@@ -42,120 +42,89 @@ bool NoImages(tinygltf::Image*, const int, std::string*, std::string*, int, int,
 
 // ---------------------------------------------------------------- reading accessors
 
-// Reads `comps` components per element as floats (normalised integers scaled to 0..1 or
-// -1..1). Checks every offset against the buffer before reading.
-bool ReadFloats(const tinygltf::Model& m, int index, int comps, std::vector<float>& out,
-                std::string& err) {
-  out.clear();
-  if (index < 0 || index >= static_cast<int>(m.accessors.size())) {
-    err = "accessor index out of range";
+// An accessor without a bufferView is all zeros (plus its sparse values); nothing in the file
+// bounds its count, so it is bounded here before anything is allocated for it.
+constexpr size_t kMaxZeroElements = size_t{1} << 24;
+
+// Where `count` elements of `elem` bytes each lie, `offset` bytes into bufferView `view`: the
+// view is checked against its buffer and the elements against the view, overflow-safe,
+// before anything is allocated or read.
+bool Locate(const tinygltf::Model& m, int view, size_t offset, size_t count, size_t elem,
+            const unsigned char*& at, size_t& stride, std::string& err, const std::string& what) {
+  if (view < 0 || view >= static_cast<int>(m.bufferViews.size())) {
+    err = what + " has a bufferView index out of range";
     return false;
   }
-  const tinygltf::Accessor& a = m.accessors[static_cast<size_t>(index)];
-  if (tinygltf::GetNumComponentsInType(static_cast<uint32_t>(a.type)) != comps) {
-    err = "accessor " + std::to_string(index) + " has the wrong type";
-    return false;
-  }
-  out.assign(a.count * static_cast<size_t>(comps), 0.0f);
-  if (a.bufferView < 0) return true;  // all zeros, as the format says
-  if (a.bufferView >= static_cast<int>(m.bufferViews.size())) {
-    err = "bufferView index out of range";
-    return false;
-  }
-  const tinygltf::BufferView& v = m.bufferViews[static_cast<size_t>(a.bufferView)];
+  const tinygltf::BufferView& v = m.bufferViews[static_cast<size_t>(view)];
   if (v.buffer < 0 || v.buffer >= static_cast<int>(m.buffers.size())) {
-    err = "buffer index out of range";
+    err = what + " has a buffer index out of range";
     return false;
   }
   const std::vector<unsigned char>& data = m.buffers[static_cast<size_t>(v.buffer)].data;
-  const int csize = tinygltf::GetComponentSizeInBytes(static_cast<uint32_t>(a.componentType));
-  if (csize <= 0) {
-    err = "unknown component type";
+  if (v.byteOffset > data.size() || v.byteLength > data.size() - v.byteOffset) {
+    err = what + ": its bufferView reaches past its buffer";
     return false;
   }
-  const size_t elem = static_cast<size_t>(csize * comps);
-  const size_t stride = v.byteStride ? v.byteStride : elem;
-  const size_t start = v.byteOffset + a.byteOffset;
-  if (a.count > 0) {
-    const size_t last = start + stride * (a.count - 1) + elem;
-    if (last > data.size() || last > v.byteOffset + v.byteLength || stride < elem) {
-      err = "accessor " + std::to_string(index) + " reaches past its buffer";
-      return false;
-    }
+  stride = v.byteStride ? v.byteStride : elem;
+  if (stride < elem) {
+    err = what + " has a byteStride smaller than its elements";
+    return false;
   }
-  for (size_t i = 0; i < a.count; ++i) {
-    const unsigned char* p = data.data() + start + stride * i;
-    for (int c = 0; c < comps; ++c) {
-      float f = 0;
-      switch (a.componentType) {
-        case TINYGLTF_COMPONENT_TYPE_FLOAT:
-          std::memcpy(&f, p + 4 * c, 4);
-          break;
-        case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE:
-          f = p[c] / 255.0f;
-          break;
-        case TINYGLTF_COMPONENT_TYPE_BYTE:
-          f = std::max(static_cast<int8_t>(p[c]) / 127.0f, -1.0f);
-          break;
-        case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT: {
-          uint16_t u;
-          std::memcpy(&u, p + 2 * c, 2);
-          f = u / 65535.0f;
-          break;
-        }
-        case TINYGLTF_COMPONENT_TYPE_SHORT: {
-          int16_t s;
-          std::memcpy(&s, p + 2 * c, 2);
-          f = std::max(s / 32767.0f, -1.0f);
-          break;
-        }
-        default:
-          err = "unsupported component type";
-          return false;
-      }
-      if (!std::isfinite(f)) {
-        err = "accessor " + std::to_string(index) + " holds a non-finite value";
-        return false;
-      }
-      out[i * static_cast<size_t>(comps) + static_cast<size_t>(c)] = f;
-    }
+  if (count > 0 && (offset > v.byteLength || elem > v.byteLength - offset ||
+                    count - 1 > (v.byteLength - offset - elem) / stride)) {
+    err = what + " holds more elements than its bufferView";
+    return false;
   }
+  at = data.data() + v.byteOffset + offset;
   return true;
 }
 
-bool ReadIndices(const tinygltf::Model& m, int index, std::vector<uint32_t>& out,
-                 std::string& err) {
-  out.clear();
-  if (index < 0 || index >= static_cast<int>(m.accessors.size())) {
-    err = "index accessor out of range";
+// One component as a float (normalised integers scaled to 0..1 or -1..1).
+bool ComponentAsFloat(const unsigned char* p, int type, float& f) {
+  switch (type) {
+    case TINYGLTF_COMPONENT_TYPE_FLOAT:
+      std::memcpy(&f, p, 4);
+      return true;
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE:
+      f = p[0] / 255.0f;
+      return true;
+    case TINYGLTF_COMPONENT_TYPE_BYTE:
+      f = std::max(static_cast<int8_t>(p[0]) / 127.0f, -1.0f);
+      return true;
+    case TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT: {
+      uint16_t u;
+      std::memcpy(&u, p, 2);
+      f = u / 65535.0f;
+      return true;
+    }
+    case TINYGLTF_COMPONENT_TYPE_SHORT: {
+      int16_t v;
+      std::memcpy(&v, p, 2);
+      f = std::max(v / 32767.0f, -1.0f);
+      return true;
+    }
+    default:
+      return false;
+  }
+}
+
+// Reads `count` unsigned integers of 1, 2 or 4 bytes.
+bool ReadUInts(const tinygltf::Model& m, int view, size_t offset, int componentType, size_t count,
+               std::vector<uint32_t>& out, std::string& err, const std::string& what) {
+  const int csize = tinygltf::GetComponentSizeInBytes(static_cast<uint32_t>(componentType));
+  if (componentType != TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE &&
+      componentType != TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT &&
+      componentType != TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT) {
+    err = what + " has a bad component type";
     return false;
   }
-  const tinygltf::Accessor& a = m.accessors[static_cast<size_t>(index)];
-  if (a.type != TINYGLTF_TYPE_SCALAR || a.bufferView < 0 ||
-      a.bufferView >= static_cast<int>(m.bufferViews.size())) {
-    err = "bad index accessor";
+  const unsigned char* at = nullptr;
+  size_t stride = 0;
+  if (!Locate(m, view, offset, count, static_cast<size_t>(csize), at, stride, err, what))
     return false;
-  }
-  const tinygltf::BufferView& v = m.bufferViews[static_cast<size_t>(a.bufferView)];
-  if (v.buffer < 0 || v.buffer >= static_cast<int>(m.buffers.size())) {
-    err = "buffer index out of range";
-    return false;
-  }
-  const auto& data = m.buffers[static_cast<size_t>(v.buffer)].data;
-  const int csize = tinygltf::GetComponentSizeInBytes(static_cast<uint32_t>(a.componentType));
-  if (csize != 1 && csize != 2 && csize != 4) {
-    err = "bad index component type";
-    return false;
-  }
-  const size_t stride = v.byteStride ? v.byteStride : static_cast<size_t>(csize);
-  const size_t start = v.byteOffset + a.byteOffset;
-  if (a.count > 0 && start + stride * (a.count - 1) + static_cast<size_t>(csize) > data.size()) {
-    err = "index accessor reaches past its buffer";
-    return false;
-  }
-  out.resize(a.count);
-  for (size_t i = 0; i < a.count; ++i) {
-    const unsigned char* p = data.data() + start + stride * i;
+  out.resize(count);
+  for (size_t i = 0; i < count; ++i) {
+    const unsigned char* p = at + stride * i;
     uint32_t x = 0;
     if (csize == 1) x = p[0];
     if (csize == 2) {
@@ -167,6 +136,108 @@ bool ReadIndices(const tinygltf::Model& m, int index, std::vector<uint32_t>& out
     out[i] = x;
   }
   return true;
+}
+
+// Reads `count` elements of `comps` components as floats into out[first...] (out sized by
+// the caller), or, with `indices`, into the elements those indices name.
+bool ReadElements(const tinygltf::Model& m, int view, size_t offset, int componentType, int comps,
+                  size_t count, const std::vector<uint32_t>* indices, std::vector<float>& out,
+                  std::string& err, const std::string& what) {
+  const int csize = tinygltf::GetComponentSizeInBytes(static_cast<uint32_t>(componentType));
+  if (csize <= 0 || componentType == TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT ||
+      componentType == TINYGLTF_COMPONENT_TYPE_INT ||
+      componentType == TINYGLTF_COMPONENT_TYPE_DOUBLE) {
+    err = what + " has an unsupported component type";
+    return false;
+  }
+  const size_t elem = static_cast<size_t>(csize) * static_cast<size_t>(comps);
+  const unsigned char* at = nullptr;
+  size_t stride = 0;
+  if (!Locate(m, view, offset, count, elem, at, stride, err, what)) return false;
+  const size_t ucomps = static_cast<size_t>(comps);
+  for (size_t i = 0; i < count; ++i) {
+    const size_t to = indices ? (*indices)[i] : i;
+    const unsigned char* p = at + stride * i;
+    for (size_t c = 0; c < ucomps; ++c) {
+      float f = 0;
+      ComponentAsFloat(p + static_cast<size_t>(csize) * c, componentType, f);
+      if (!std::isfinite(f)) {
+        err = what + " holds a non-finite value";
+        return false;
+      }
+      out[to * ucomps + c] = f;
+    }
+  }
+  return true;
+}
+
+// Reads accessor `index`, `comps` components per element, as floats, sparse values applied.
+bool ReadFloats(const tinygltf::Model& m, int index, int comps, std::vector<float>& out,
+                std::string& err) {
+  out.clear();
+  if (index < 0 || index >= static_cast<int>(m.accessors.size())) {
+    err = "accessor index " + std::to_string(index) + " out of range";
+    return false;
+  }
+  const tinygltf::Accessor& a = m.accessors[static_cast<size_t>(index)];
+  const std::string what = "accessor " + std::to_string(index);
+  if (tinygltf::GetNumComponentsInType(static_cast<uint32_t>(a.type)) != comps) {
+    err = what + " has the wrong type";
+    return false;
+  }
+  if (a.bufferView < 0 && a.count > kMaxZeroElements) {
+    err = what + " has more elements than it can hold";
+    return false;
+  }
+  // With a bufferView the elements are located before the array is sized.
+  const unsigned char* at = nullptr;
+  size_t stride = 0;
+  const int csize = tinygltf::GetComponentSizeInBytes(static_cast<uint32_t>(a.componentType));
+  if (a.bufferView >= 0 &&
+      !Locate(m, a.bufferView, a.byteOffset, a.count,
+              static_cast<size_t>(std::max(csize, 1)) * static_cast<size_t>(comps), at, stride, err,
+              what))
+    return false;
+  out.assign(a.count * static_cast<size_t>(comps), 0.0f);
+  if (a.bufferView >= 0 && !ReadElements(m, a.bufferView, a.byteOffset, a.componentType, comps,
+                                         a.count, nullptr, out, err, what))
+    return false;
+  if (!a.sparse.isSparse) return true;
+  // Sparse values replace the elements their indices name.
+  const size_t n = static_cast<size_t>(std::max(a.sparse.count, 0));
+  if (n > a.count) {
+    err = what + " has more sparse values than elements";
+    return false;
+  }
+  std::vector<uint32_t> idx;
+  if (!ReadUInts(m, a.sparse.indices.bufferView,
+                 static_cast<size_t>(std::max(a.sparse.indices.byteOffset, 0)),
+                 a.sparse.indices.componentType, n, idx, err, what + " (sparse indices)"))
+    return false;
+  for (uint32_t i : idx)
+    if (i >= a.count) {
+      err = what + " has a sparse index out of range";
+      return false;
+    }
+  return ReadElements(m, a.sparse.values.bufferView,
+                      static_cast<size_t>(std::max(a.sparse.values.byteOffset, 0)), a.componentType,
+                      comps, n, &idx, out, err, what + " (sparse values)");
+}
+
+bool ReadIndices(const tinygltf::Model& m, int index, std::vector<uint32_t>& out,
+                 std::string& err) {
+  out.clear();
+  if (index < 0 || index >= static_cast<int>(m.accessors.size())) {
+    err = "index accessor " + std::to_string(index) + " out of range";
+    return false;
+  }
+  const tinygltf::Accessor& a = m.accessors[static_cast<size_t>(index)];
+  const std::string what = "index accessor " + std::to_string(index);
+  if (a.type != TINYGLTF_TYPE_SCALAR || a.sparse.isSparse) {
+    err = what + " is not a plain list of scalars";
+    return false;
+  }
+  return ReadUInts(m, a.bufferView, a.byteOffset, a.componentType, a.count, out, err, what);
 }
 
 // ---------------------------------------------------------------- import
@@ -372,6 +443,20 @@ struct VisChannel {
   int animation, sampler, node;
 };
 
+// The node of a pointer "/nodes/N/extensions/KHR_node_visibility/visible", exactly that.
+bool VisibilityPointerNode(const std::string& ptr, int& node) {
+  static const std::string head = "/nodes/", tail = "/extensions/KHR_node_visibility/visible";
+  if (ptr.size() <= head.size() + tail.size() || ptr.compare(0, head.size(), head) != 0 ||
+      ptr.compare(ptr.size() - tail.size(), tail.size(), tail) != 0)
+    return false;
+  const std::string num = ptr.substr(head.size(), ptr.size() - head.size() - tail.size());
+  if (num.empty() || num.size() > 9 ||
+      !std::all_of(num.begin(), num.end(), [](char c) { return c >= '0' && c <= '9'; }))
+    return false;
+  node = std::stoi(num);
+  return true;
+}
+
 std::vector<VisChannel> TakeVisibilityChannels(json& doc) {
   std::vector<VisChannel> out;
   if (!doc.contains("animations") || !doc["animations"].is_array()) return out;
@@ -386,9 +471,7 @@ std::vector<VisChannel> TakeVisibilityChannels(json& doc) {
                              .value("KHR_animation_pointer", json::object())
                              .value("pointer", json());
         int node = -1;
-        if (ptr.is_string() &&
-            std::sscanf(ptr.get<std::string>().c_str(),
-                        "/nodes/%d/extensions/KHR_node_visibility/visible", &node) == 1 &&
+        if (ptr.is_string() && VisibilityPointerNode(ptr.get<std::string>(), node) &&
             ch.contains("sampler") && ch["sampler"].is_number_integer())
           out.push_back({static_cast<int>(a), ch["sampler"].get<int>(), node});
         continue;  // other pointer targets are not imported
@@ -474,6 +557,31 @@ bool ImportGltf(Scene& scene, const std::string& path, std::string& error) {
       }
       parentOf[static_cast<size_t>(c)] = i;
     }
+  // The default scene's nodes (every root node when the file has no scene), parents first.
+  std::vector<int> order;
+  if (m.scenes.empty()) {
+    for (int i = 0; i < nn; ++i)
+      if (parentOf[static_cast<size_t>(i)] < 0) order.push_back(i);
+  } else {
+    const int si = m.defaultScene >= 0 ? m.defaultScene : 0;
+    if (si >= static_cast<int>(m.scenes.size())) {
+      error = "the default scene does not exist";
+      return false;
+    }
+    std::vector<bool> listed(static_cast<size_t>(nn), false);
+    for (int r : m.scenes[static_cast<size_t>(si)].nodes) {
+      if (r < 0 || r >= nn || parentOf[static_cast<size_t>(r)] >= 0 ||
+          listed[static_cast<size_t>(r)]) {
+        error = "the scene lists a node that is not a root node";
+        return false;
+      }
+      listed[static_cast<size_t>(r)] = true;
+      order.push_back(r);
+    }
+  }
+  for (size_t k = 0; k < order.size(); ++k)
+    for (int c : m.nodes[static_cast<size_t>(order[k])].children) order.push_back(c);
+
   std::vector<Track> tracks;
   for (const tinygltf::Animation& a : m.animations)
     for (const tinygltf::AnimationChannel& ch : a.channels) {
@@ -517,42 +625,43 @@ bool ImportGltf(Scene& scene, const std::string& path, std::string& error) {
     tracks.push_back(std::move(t));
   }
 
-  // ---- build the scene
-  std::vector<host::Mtl*> mtls(m.materials.size());
-  for (size_t i = 0; i < m.materials.size(); ++i) {
-    const auto& c = m.materials[i].pbrMetallicRoughness.baseColorFactor;
-    const Point3 d =
-        c.size() >= 3 ? Point3{float(c[0]), float(c[1]), float(c[2])} : Point3{1, 1, 1};
-    mtls[i] = scene.NewStdMtl(
-        m.materials[i].name.empty() ? "Material" + std::to_string(i) : m.materials[i].name, d);
-  }
+  // ---- build the scene: only what the default scene's nodes use
+  std::vector<host::Mtl*> mtls(m.materials.size(), nullptr);
   host::Mtl* fallback = nullptr;
   auto mtlFor = [&](int gi) -> host::Mtl* {
-    if (gi >= 0 && gi < static_cast<int>(mtls.size())) return mtls[static_cast<size_t>(gi)];
-    if (!fallback) fallback = scene.NewStdMtl("Default", {0.8f, 0.8f, 0.8f});
-    return fallback;
+    if (gi < 0 || gi >= static_cast<int>(mtls.size())) {
+      if (!fallback) fallback = scene.NewStdMtl("Default", {0.8f, 0.8f, 0.8f});
+      return fallback;
+    }
+    host::Mtl*& made = mtls[static_cast<size_t>(gi)];
+    if (!made) {
+      const tinygltf::Material& gm = m.materials[static_cast<size_t>(gi)];
+      const auto& c = gm.pbrMetallicRoughness.baseColorFactor;
+      const Point3 d =
+          c.size() >= 3 ? Point3{float(c[0]), float(c[1]), float(c[2])} : Point3{1, 1, 1};
+      made = scene.NewStdMtl(gm.name.empty() ? "Material" + std::to_string(gi) : gm.name, d);
+    }
+    return made;
   };
   std::vector<host::Object*> objects(meshes.size(), nullptr);
   std::vector<host::Mtl*> meshMtl(meshes.size(), nullptr);
-  for (size_t i = 0; i < meshes.size(); ++i) {
-    if (meshes[i].mesh.numFaces() == 0) continue;
-    objects[i] = scene.AddObject(std::make_unique<TriObject>(std::move(meshes[i].mesh)));
-    const auto& ids = meshes[i].materials;
+  for (int i : order) {
+    const int gmesh = m.nodes[static_cast<size_t>(i)].mesh;
+    if (gmesh < 0 || gmesh >= static_cast<int>(meshes.size())) continue;
+    const size_t mi = static_cast<size_t>(gmesh);
+    if (objects[mi] || meshes[mi].mesh.numFaces() == 0) continue;
+    objects[mi] = scene.AddObject(std::make_unique<TriObject>(std::move(meshes[mi].mesh)));
+    const auto& ids = meshes[mi].materials;
     if (ids.size() == 1) {
-      meshMtl[i] = mtlFor(ids[0]);
+      meshMtl[mi] = mtlFor(ids[0]);
     } else {
-      MultiMtl* mm = scene.NewMultiMtl(m.meshes[i].name.empty() ? "Multi" : m.meshes[i].name);
+      MultiMtl* mm = scene.NewMultiMtl(m.meshes[mi].name.empty() ? "Multi" : m.meshes[mi].name);
       for (int g : ids) mm->subs.push_back(mtlFor(g));
-      meshMtl[i] = mm;
+      meshMtl[mi] = mm;
     }
   }
 
   std::vector<SceneNode*> made(static_cast<size_t>(nn), nullptr);
-  std::vector<int> order;  // parents before children
-  for (int i = 0; i < nn; ++i)
-    if (parentOf[static_cast<size_t>(i)] < 0) order.push_back(i);
-  for (size_t k = 0; k < order.size(); ++k)
-    for (int c : m.nodes[static_cast<size_t>(order[k])].children) order.push_back(c);
   for (int i : order) {
     const tinygltf::Node& gn = m.nodes[static_cast<size_t>(i)];
     const bool root = parentOf[static_cast<size_t>(i)] < 0;

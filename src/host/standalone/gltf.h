@@ -4,9 +4,9 @@
 // rotation folded into the root nodes' transforms, export maps back. One scene unit is one
 // metre; animation seconds become ticks (4800 a second).
 //
-// Import: meshes (positions, normals as explicit normals, TEXCOORD_0 as map channel 1 with v
-// flipped, COLOR_0 as map channel 0), base colours as standard materials, a mesh of several
-// primitives as one mesh with a material id per primitive and a multi-material, the node
+// Import: meshes (positions, sparse values applied, normals as explicit normals, TEXCOORD_0 as map
+// channel 1 with v flipped, COLOR_0 as map channel 0), base colours as standard materials, a mesh
+// of several primitives as one mesh with a material id per primitive and a multi-material, the node
 // hierarchy (nodes without a mesh become point helpers), translation, rotation and scale
 // animations (STEP -> Step, LINEAR -> Linear, CUBICSPLINE -> Bezier with the file's
 // tangents), and node visibility from KHR_node_visibility, static or animated through
