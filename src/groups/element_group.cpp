@@ -210,8 +210,9 @@ bool ElementGroupList::save(host::ISave& s) const {
   return true;
 }
 
-host::IOResult ElementGroupList::load(host::ILoad& l, host::Interface& ip) {
+host::IOResult ElementGroupList::load(host::ILoad& l, host::Interface& ip, bool* incompatible) {
   clear();
+  if (incompatible) *incompatible = false;
   uint32_t n;
   if (!io::ReadU32(l, n)) return host::IOResult::Error;
   auto fail = [this] {
@@ -223,6 +224,7 @@ host::IOResult ElementGroupList::load(host::ILoad& l, host::Interface& ip) {
     if (!io::ReadU32(l, g.version)) return fail();
     if (g.version < ElementGroup::kStoredVersion) {
       clear();
+      if (incompatible) *incompatible = true;
       ip.MessageBox(res::GetString(res::IDS_GROUPS_LOAD_INCOMPATIBLE),
                     res::GetString(res::IDS_GROUPS_LOAD_CAPTION), host::MsgBoxKind::Warning);
       return host::IOResult::Error;

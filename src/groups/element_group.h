@@ -120,9 +120,10 @@ class ElementGroupList {
   // stored and load as off. False on the first failed write.
   bool save(host::ISave& s) const;
   // Clears the list, then reads it back. A record older than version 5 shows the host's message
-  // box, leaves the list empty and returns Error; a short read also returns Error with the list
-  // empty. `ip` is only used for that message box.
-  host::IOResult load(host::ILoad& l, host::Interface& ip);
+  // box, leaves the list empty and returns Error with *incompatible set (the caller may go on
+  // loading what follows); a short read also returns Error with the list empty, and leaves
+  // *incompatible false. `ip` is only used for that message box.
+  host::IOResult load(host::ILoad& l, host::Interface& ip, bool* incompatible = nullptr);
 
   bool operator==(const ElementGroupList&) const = default;
 

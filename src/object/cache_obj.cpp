@@ -624,7 +624,7 @@ std::unique_ptr<host::Object> kvCache_obj::Clone() const {
   c->selection_ = selection_;
   c->state_.groups = state_.groups;
   c->status2_ = status2_;
-  c->createdForLoad_ = false;
+  // Built as for loading, the clone keeps the created-for-load flag until its first build.
   c->FlagTriggers();
   c->InvalidateAndNotify();
   return c;
@@ -673,12 +673,14 @@ host::IOResult kvCache_obj::Load(host::ILoad& l) {
       case kChunkSelection:
         res = LoadBitArray(l, bits);
         break;
-      case kChunkGroups:
+      case kChunkGroups: {
         // Groups the loader cannot take (an older record) leave the list empty; the user has
-        // been told, and the rest of the object still loads.
-        if (state_.groups.load(l, ip_) != host::IOResult::Ok) state_.groups.clear();
-        res = host::IOResult::Ok;
+        // been told, and the rest of the object still loads. A damaged record is a read error.
+        bool incompatible = false;
+        res = state_.groups.load(l, ip_, &incompatible);
+        if (incompatible) res = host::IOResult::Ok;
         break;
+      }
       default:
         break;
     }

@@ -57,6 +57,7 @@ bool ScanTriggers(const TriggerScanSettings& s, std::span<const Point3> position
     const TimeValue ut = static_cast<TimeValue>(u);
     if (cancel && cancel(ut)) {
       ResetTriggers(elements);
+      std::fill(hits.begin(), hits.end(), TriggerHit{});
       return false;
     }
     const TriggerVolume v = volumeAt(ut);
@@ -84,10 +85,10 @@ bool ScanTriggers(const TriggerScanSettings& s, std::span<const Point3> position
     ElementPlayback& e = elements[i];
     if (!e.triggered) continue;
     if (!s.useGraph && e.triggerTime == s.u0) continue;
+    // With sub-frame slices the first probes can reach back before u0; a success there ends
+    // the search without the graph, since playback starts at u0.
     for (int half = s.ticksPerFrame / 2; half >= 1; half /= 2) {
       const TimeValue probe = e.triggerTime - half;
-      // Without the graph nothing plays before u0, so a trigger time never precedes it.
-      if (!s.useGraph && probe < s.u0) continue;
       const TriggerVolume v = volumeAt(probe);
       const bool unchanged = !VolumeChanged(prev, v);
       prev = v;

@@ -54,8 +54,8 @@ TriggerScanSettings ScanRange(const Interval& animRange, bool useGraph, int play
 // time towards the tick by halving probes. `positions` holds one rest position per element;
 // `elements` and `hits` are resized by the caller to the same count, their trigger fields are
 // reset here and filled. `cancel(u)` is polled once per scan time; when it returns true every
-// trigger is reset and the scan returns false. Returns true when the scan completed (also when
-// nothing was triggered).
+// trigger and hit is reset and the scan returns false. Returns true when the scan completed (also
+// when nothing was triggered).
 bool ScanTriggers(const TriggerScanSettings& s, std::span<const Point3> positions,
                   const std::function<TriggerVolume(TimeValue)>& volumeAt,
                   const std::function<bool(TimeValue)>& cancel, std::span<ElementPlayback> elements,

@@ -204,7 +204,9 @@ TEST(GroupStorage, OldRecordsAndShortStreamsLeaveTheListEmpty) {
   ElementGroupList l;
   l.addNamed("keep?");
   test::MemLoad in(old);
-  EXPECT_EQ(l.load(in, ip), host::IOResult::Error);
+  bool incompatible = false;
+  EXPECT_EQ(l.load(in, ip, &incompatible), host::IOResult::Error);
+  EXPECT_TRUE(incompatible);
   EXPECT_EQ(l.count(), 0);
   EXPECT_EQ(l.getSelected(), -1);
   ASSERT_EQ(ip.messages.size(), 1u);
@@ -218,7 +220,9 @@ TEST(GroupStorage, OldRecordsAndShortStreamsLeaveTheListEmpty) {
     ElementGroupList t;
     t.addNamed("x");
     test::MemLoad cut(Bytes(full.begin(), full.begin() + n));
-    EXPECT_EQ(t.load(cut, ip), host::IOResult::Error) << n;
+    incompatible = true;
+    EXPECT_EQ(t.load(cut, ip, &incompatible), host::IOResult::Error) << n;
+    EXPECT_FALSE(incompatible) << n;  // damage, not an old record
     EXPECT_EQ(t.count(), 0) << n;
   }
   // A huge count with nothing behind it fails without allocating for it.

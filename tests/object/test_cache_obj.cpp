@@ -2,10 +2,12 @@
 // mesh, invalidation by parameter, selection undo, triggers, persistence and cloning.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -316,6 +318,61 @@ TEST_F(CacheObjTest, EachParameterInvalidatesWhatItAffects) {
   EXPECT_TRUE(o->Playback().triggerRecompute);
 }
 
+// Every parameter id against the change rules: which ids rescan triggers (and under which
+// settings), which rebuild playback and mesh, which only the mesh, which refresh the rollouts.
+// Each id is written with its own value, so the settings the rules test stay as they are.
+TEST_F(CacheObjTest, ChangeRulesByParameterId) {
+  host::Node* omni = scene.CreateLightNode(host::kOmniLightClassId, "Omni");
+  auto o = Make(Standard());
+  ParamBlock& pb = o->Params();
+  int refreshes = 0;
+  o->onRefresh = [&](uint32_t what) { refreshes += (what & kvCache_obj::kRefreshParams) != 0; };
+  const auto in = [](int id, std::initializer_list<int> ids) {
+    return std::find(ids.begin(), ids.end(), id) != ids.end();
+  };
+  struct Setting {
+    bool graph;
+    int mode;
+    bool interactive;
+  };
+  for (const Setting st : {Setting{false, 1, true}, Setting{true, 2, true},
+                           Setting{false, 2, false}, Setting{false, 0, true}}) {
+    pb.SetInt(P::kPlayUseGraph, 0, st.graph);
+    pb.SetInt(P::kTriggerMode, 0, st.mode);
+    pb.SetInt(P::kTriggerInteractive, 0, st.interactive);
+    pb.SetNode(P::kTriggerOmni, omni);
+    for (int id = 0; id < P::kNumParams; ++id) {
+      if (id == P::kNodes || id == P::kFileName) continue;
+      o->BuildMesh(320);
+      ASSERT_TRUE(o->MeshValidity().InInterval(320));
+      o->Playback().triggerRecompute = false;
+      refreshes = 0;
+      if (id == P::kElementFrames) {
+        pb.SetCount(id, pb.Count(id) + 1);
+      } else if (id == P::kTriggerOmni) {
+        pb.SetNode(id, omni);
+      } else if (id == P::kExplodeToNode) {
+        pb.SetNode(id, pb.GetNode(id));
+      } else {
+        pb.SetFloat(id, 0, pb.GetFloat(id));
+      }
+      const bool trigger =
+          st.interactive && (in(id, {13, 14, 34, 36, 44, 51}) || (id == 35 && st.mode == 2) ||
+                             (in(id, {1, 4, 5, 6, 7, 10}) && !st.graph && st.mode >= 1));
+      const bool full = (in(id, {1, 4, 5, 6, 7, 10, 21}) && !st.graph) || id == 11 ||
+                        (id == 12 && st.graph) || id == 33;
+      const bool meshOnly = in(id, {16, 17, 18, 31});
+      const std::string where = "id " + std::to_string(id) + " graph " + std::to_string(st.graph) +
+                                " mode " + std::to_string(st.mode) + " interactive " +
+                                std::to_string(st.interactive);
+      EXPECT_EQ(o->Playback().triggerRecompute, trigger) << where;
+      EXPECT_EQ(!o->Playback().validity.InInterval(320), trigger || full) << where;
+      EXPECT_EQ(!o->MeshValidity().InInterval(320), trigger || full || meshOnly) << where;
+      EXPECT_EQ(refreshes > 0, in(id, {11, 21, 34, 40, 45, 51})) << where;
+    }
+  }
+}
+
 TEST_F(CacheObjTest, SwitchesForRenderDisplayAndNetworkServer) {
   auto o = Make(Standard());
   o->Params().SetInt(P::kVpDisplayCache, 0, 0);
@@ -382,6 +439,16 @@ TEST_F(CacheObjTest, SelectionUndoRedoAndHeldMark) {
   EXPECT_EQ(o->Selection().size(), 3u);
   o->ClearSelection();
   EXPECT_TRUE(o->Selection().empty());
+
+  // Without a cache, select-all adds nothing and invert leaves nothing; indices past any cache
+  // are kept until then. Outside a hold nothing is marked held.
+  auto bare = Make();
+  bare->SelectSubComponent(std::vector<uint32_t>{4, 70}, true, true);
+  bare->SelectAll();
+  EXPECT_EQ(bare->Selection(), (std::set<uint32_t>{4, 70}));
+  EXPECT_FALSE(bare->SelectionHeld());
+  bare->InvertSelection();
+  EXPECT_TRUE(bare->Selection().empty());
 }
 
 TEST_F(CacheObjTest, SavedChunksMatchHandBuiltBytesAndRoundTrip) {
@@ -425,12 +492,25 @@ TEST_F(CacheObjTest, SavedChunksMatchHandBuiltBytesAndRoundTrip) {
   EXPECT_EQ(loaded.Gizmo()->GetMatrix(0).GetTrans(), (Point3{1, 2, 3}));
   EXPECT_TRUE(loaded.Playback().triggerRecompute);
 
+  EXPECT_TRUE(loaded.CreatedForLoad());
+  EXPECT_FALSE(o->CreatedForLoad());
+
+  // A clone is built as for loading: it copies selection, groups (with the selected one), the
+  // second status text and the gizmo, and rescans its triggers on its first build.
+  loaded.SetStatusText2("Recorded 3 nodes");
+  loaded.Groups().setSelected(0);
   auto clone = loaded.Clone();
   auto* c = static_cast<kvCache_obj*>(clone.get());
   EXPECT_EQ(c->Selection(), loaded.Selection());
   EXPECT_EQ(c->Groups(), loaded.Groups());
+  EXPECT_EQ(c->Groups().getSelected(), 0);
+  EXPECT_EQ(c->StatusText2(), "Recorded 3 nodes");
   EXPECT_EQ(c->Gizmo()->GetMatrix(0).GetTrans(), (Point3{1, 2, 3}));
+  EXPECT_TRUE(c->Playback().triggerRecompute);
+  EXPECT_TRUE(c->CreatedForLoad());
+  EXPECT_EQ(c->LastBuildTime(), -1);
   c->BuildMesh(160);
+  EXPECT_FALSE(c->CreatedForLoad());
   EXPECT_FLOAT_EQ(X(*c, 0), 10.0f);  // element 1 is delayed by its group
 
   // Without an open cache the selection chunk is the empty array; the groups are kept whole.
@@ -456,6 +536,19 @@ TEST_F(CacheObjTest, SavedChunksMatchHandBuiltBytesAndRoundTrip) {
     EXPECT_EQ(o4.Gizmo()->GetMatrix(0).GetTrans(), (Point3{1, 2, 3}));
     ASSERT_EQ(scene.GetResponder().log.size(), shown + 1);
     EXPECT_EQ(scene.GetResponder().log.back().title, "Kelvane Cache - Loading Groups");
+  }
+
+  // A group chunk that promises more records than it holds is damage, not an old record: the
+  // load fails, and no message about incompatible groups is shown.
+  {
+    std::string more = save.bytes;
+    more[groupsAt + 6] = 2;  // the record count
+    kvCache_obj o5(scene, registry, true);
+    MemLoad l5(more);
+    const size_t shown = scene.GetResponder().log.size();
+    EXPECT_EQ(o5.Load(l5), host::IOResult::Error);
+    EXPECT_EQ(o5.Groups().count(), 0);
+    EXPECT_EQ(scene.GetResponder().log.size(), shown);
   }
 
   // A cut inside the selection or group chunk is an error, never a crash.
@@ -496,6 +589,43 @@ TEST_F(CacheObjTest, TravelsWithTheSceneFileThroughTheClassRegistry) {
   back->BuildMesh(4 * 160);
   ASSERT_EQ(back->GetMesh().numVerts(), 9);
   EXPECT_FLOAT_EQ(X(*back, 2), 240.0f);
+}
+
+TEST_F(CacheObjTest, FreshCacheGivesItsMaterialOnlyToThisObjectsBareNodes) {
+  // The scene owns the objects, so it goes before the registry they leave on their way; the
+  // registry needs the scene for material libraries, hence made once the scene exists.
+  std::optional<KelvaneTools::kvCacheRegistry> withMaterials;
+  standalone::Scene sc;
+  withMaterials.emplace(&sc);
+  const std::string file = Standard();
+  auto lib = sc.NewMtlLib();
+  lib->Add(sc.NewStdMtl("Cached", {1, 0, 0}));
+  ASSERT_TRUE(sc.SaveMaterialLibrary(KelvaneTools::MaterialLibraryPath(file), *lib));
+
+  auto a = std::make_unique<kvCache_obj>(sc, *withMaterials, false);
+  auto b = std::make_unique<kvCache_obj>(sc, *withMaterials, false);
+  a->Params().SetString(P::kFileName, file);
+  b->Params().SetString(P::kFileName, file);
+  kvCache_obj* ra = a.get();
+  host::Node* bare = sc.CreateNode(std::move(a), "Bare");
+  host::Node* dressed = sc.CreateInstanceNode(bare, "Dressed");
+  host::Mtl* own = sc.NewStdMtl("Own", {0, 1, 0});
+  dressed->SetMtl(own);
+  host::Node* gone = sc.CreateInstanceNode(bare, "Gone");
+  sc.DeleteNode(gone);
+  host::Node* other = sc.CreateNode(std::move(b), "Other");
+
+  ra->BuildMesh(0);
+  ASSERT_NE(bare->GetMtl(), nullptr);
+  EXPECT_EQ(bare->GetMtl()->GetName(), "Cached");
+  EXPECT_EQ(dressed->GetMtl(), own);    // a material of its own is kept
+  EXPECT_EQ(gone->GetMtl(), nullptr);   // deleted nodes are left alone
+  EXPECT_EQ(other->GetMtl(), nullptr);  // so are the nodes of other objects
+
+  // Only a fresh open hands the material out: a node bared afterwards stays bare.
+  bare->SetMtl(nullptr);
+  ra->BuildMesh(160);
+  EXPECT_EQ(bare->GetMtl(), nullptr);
 }
 
 TEST(ObjectIo, BitArrayAndControllerBytes) {

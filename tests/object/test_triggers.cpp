@@ -104,14 +104,32 @@ TEST(Triggers, RefinementStaysAtTheStartWithoutGraph) {
   EXPECT_LT(s.el[0].triggerTime, 800);
   EXPECT_GT(s.el[0].triggerTime, 800 - 160);
 
-  // Reached in the second slice, by a volume that also covers the element before the start:
-  // probes never go before the start without the graph.
+  // Reached in the second 1/8-frame slice, by a volume that also covers the element before
+  // the start: the first probe, half a frame back, lands before the start and succeeds, and
+  // reaching the start ends the search (a further probe at 700 would succeed too).
   const auto at = [](TimeValue u) {
     return TriggerVolume{Matrix3(), (u > 800 || u < 790) ? 50.f : 1.f};
   };
   s.Run(Range(800, 1600, 3), {{0, 10, 0}}, at);
-  EXPECT_GT(s.el[0].triggerTime, 800);
-  EXPECT_LE(s.el[0].triggerTime, 802);
+  EXPECT_EQ(s.el[0].triggerTime, 740);
+  // Under the graph the search goes on to the tick.
+  s.Run(Range(800, 1600, 3, true), {{0, 10, 0}}, at);
+  EXPECT_LT(s.el[0].triggerTime, 740);
+}
+
+TEST(Triggers, OnlyChangesAboveTheSmallestNormalFloatCountAsMoves) {
+  // A radius that differs by a denormal is the same radius; 2e-38 is a change.
+  const TriggerVolume zero{Matrix3(), 0.0f}, denormal{Matrix3(), 1e-39f}, tiny{Matrix3(), 2e-38f};
+  EXPECT_FALSE(VolumeChanged(zero, zero));
+  EXPECT_FALSE(VolumeChanged(zero, denormal));
+  EXPECT_TRUE(VolumeChanged(zero, tiny));
+  TriggerVolume moved = zero;
+  moved.tm = TransMatrix({0, 0, 1e-10f});
+  EXPECT_TRUE(VolumeChanged(zero, moved));
+  moved.tm = TransMatrix({0, 0, 1e-39f});
+  EXPECT_FALSE(VolumeChanged(zero, moved));
+  moved.tm = RotateZMatrix(1e-6f);  // the rotation rows count as much as the translation
+  EXPECT_TRUE(VolumeChanged(zero, moved));
 }
 
 TEST(Triggers, CancelResetsEverythingAndRangeFollowsSettings) {
@@ -125,6 +143,7 @@ TEST(Triggers, CancelResetsEverythingAndRangeFollowsSettings) {
       [&](TimeValue) { return ++polls == 2; }, el, hits));
   EXPECT_FALSE(el[0].triggered);  // it was reached at the first scan time
   EXPECT_FALSE(el[1].triggered);
+  EXPECT_EQ(hits[0].radius, 0.0f);  // nor does it keep the volume that reached it
 
   // Range: graph starts at the animation range, else at the playback start; never ends
   // before it starts.

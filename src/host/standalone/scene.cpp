@@ -170,6 +170,7 @@ Scene::~Scene() {
 void Scene::Reset() {
   undo_.Clear();
   nodes_.clear();
+  byObject_.clear();
   objects_.clear();
   mtls_.clear();
   time_ = 0;
@@ -220,10 +221,18 @@ std::vector<host::Node*> Scene::GetSelectedNodes() const {
 
 std::vector<host::Node*> Scene::NodesReferencing(const host::Object* obj) const {
   std::vector<host::Node*> out;
-  if (!obj) return out;
-  for (const auto& n : nodes_)
-    if (!n->deleted_ && n->obj_ == obj) out.push_back(n.get());
+  const auto it = byObject_.find(obj);
+  if (!obj || it == byObject_.end()) return out;
+  for (SceneNode* n : it->second)
+    if (!n->deleted_) out.push_back(n);
   return out;
+}
+
+void SceneNode::SetObjectRef(host::Object* obj) {
+  if (obj == obj_) return;
+  if (obj_) std::erase(scene_.byObject_[obj_], this);
+  obj_ = obj;
+  if (obj_) scene_.byObject_[obj_].push_back(this);
 }
 
 bool Scene::DependsOn(const host::Node* node, const host::Object* obj) const {
@@ -253,6 +262,7 @@ host::Object* Scene::AddObject(std::unique_ptr<host::Object> obj) {
 SceneNode* Scene::AdoptNode(std::unique_ptr<SceneNode> n) {
   SceneNode* p = n.get();
   nodes_.push_back(std::move(n));
+  if (p->obj_) byObject_[p->obj_].push_back(p);
   // Creation is undone by the deleted mark: the node stays addressable, as the core expects.
   if (undo_.Holding())
     undo_.Put(

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/interface.h"
@@ -65,7 +66,7 @@ class SceneNode final : public host::Node {
   // A visibility track, made (a Bezier float, value 1) when the node has none.
   host::Control& EnsureVisController();
   // Replaces the carried object by another the scene owns (an instance shares it).
-  void SetObjectRef(host::Object* obj) { obj_ = obj; }
+  void SetObjectRef(host::Object* obj);
   SceneNode* Parent() const { return parent_; }
   const std::vector<SceneNode*>& Children() const { return children_; }
 
@@ -229,6 +230,9 @@ class Scene final : public host::Interface {
   std::vector<std::unique_ptr<host::Object>> objects_;
   std::vector<std::unique_ptr<host::Mtl>> mtls_;
   std::vector<std::unique_ptr<SceneNode>> nodes_;
+  // Nodes by the object they carry, in creation order: the core asks this per evaluation
+  // (a cache object looks up its own node), so it must not walk every node of a large scene.
+  std::unordered_map<const host::Object*, std::vector<SceneNode*>> byObject_;
   UndoStack undo_;
 
   Responder responder_;
