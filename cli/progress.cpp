@@ -7,6 +7,7 @@ namespace kv::cli {
 namespace {
 
 volatile std::sig_atomic_t g_interrupted = 0;
+bool g_barsEnabled = true;
 
 extern "C" void OnSigint(int) {
   g_interrupted = 1;
@@ -27,8 +28,12 @@ void ClearInterrupt() {
   g_interrupted = 0;
 }
 
+void SetProgressBarsEnabled(bool on) {
+  g_barsEnabled = on;
+}
+
 bool ProgressBar::Update(const std::string& label, uint64_t done, uint64_t total) {
-  if (enabled_) {
+  if (enabled_ && g_barsEnabled) {
     constexpr int kWidth = 30;
     std::string line = label;
     if (total > 0) {

@@ -15,6 +15,10 @@ bool InterruptRequested();
 void RequestInterrupt();
 void ClearInterrupt();
 
+// Whether bars draw at all: the tool turns them off when standard error is not a terminal, so
+// logs do not fill with carriage returns.
+void SetProgressBarsEnabled(bool on);
+
 // A one-line bar, redrawn in place only when its text would change.
 class ProgressBar {
  public:

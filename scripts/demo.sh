@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the tool and runs the demo into ./demo-out.
+# Installs what is missing, builds the tool and runs the demo into ./demo-out (or $1).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/deps.sh

@@ -1,31 +1,43 @@
 #include "record/recorder.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
 
 #include "record/messages.h"
-#include "record/write_session.h"
+#include "record/node_writer.h"
 
 namespace kv {
 namespace fs = std::filesystem;
 namespace txt = record_text;
 
+TimeValue FrameTicks(int frame, int ticksPerFrame) {
+  // Frames reach +-9999999 and a frame up to 4800 ticks: clamp rather than overflow.
+  const int64_t t = int64_t{frame} * ticksPerFrame;
+  return static_cast<TimeValue>(std::clamp<int64_t>(t, kTimeNegInfinity, kTimePosInfinity));
+}
+
 RecordRange ComputeRecordRange(int recStart, int recEnd, float recStep, int ticksPerFrame) {
   RecordRange r;
-  r.start = recStart * ticksPerFrame;
-  TimeValue end = recEnd * ticksPerFrame;
-  r.step =
-      std::max<TimeValue>(1, static_cast<TimeValue>(recStep * static_cast<float>(ticksPerFrame)));
-  if (end < r.start) end = r.start;
-  r.end = r.start + ((end - r.start + r.step) / r.step - 1) * r.step;
+  r.start = FrameTicks(recStart, ticksPerFrame);
+  const int64_t end = std::max<int64_t>(FrameTicks(recEnd, ticksPerFrame), r.start);
+  const double step = std::min<double>(static_cast<double>(recStep) * ticksPerFrame, 1e9);
+  r.step = std::max<TimeValue>(1, static_cast<TimeValue>(step));
+  // The file counts samples as (end - start + step) / step in 32 bits: keep that in range.
+  const int64_t span = std::min<int64_t>(end - r.start, int64_t{kTimePosInfinity} - r.step);
+  r.end = static_cast<TimeValue>(r.start + (span / r.step) * r.step);
   return r;
 }
 
 TimeValue LifetimeTicks(int frame, int frameRate) {
   const float rate = static_cast<float>(frameRate > 0 ? frameRate : 30) / 30.0f;
-  return static_cast<TimeValue>(static_cast<float>(frame) * 160.0f / rate);
+  const float t = static_cast<float>(frame) * 160.0f / rate;
+  // Converting a float beyond the int range is undefined: clamp first.
+  if (t >= 2147483520.0f) return kTimePosInfinity;  // the largest float below 2^31
+  if (t <= -2147483648.0f) return kTimeNegInfinity;
+  return static_cast<TimeValue>(t);
 }
 
 std::string MaterialLibraryPath(const std::string& cachePath) {
@@ -74,7 +86,7 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
   for (host::Node* n : target.Nodes()) {
     if (!n || !target.AcceptsNode(n)) continue;
     if (RigidExplodedFn hook = RigidHook())
-      hook(n, &elements, &temporaries, recStart * tpf, recEnd * tpf);
+      hook(n, &elements, &temporaries, FrameTicks(recStart, tpf), FrameTicks(recEnd, tpf));
     else
       elements.push_back(n);
   }
@@ -117,8 +129,11 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
   // 4. The deformation pass only walks the elements (with cancel): transforms are all that
   // this cache format stores.
   if (target.WriteDeform() && !elements.empty()) {
+    int shown = -1;
     for (size_t i = 0; i < elements.size(); ++i) {
       const int pct = static_cast<int>(100 * (i + 1) / elements.size());
+      if (pct == shown) continue;  // one report per percent, not per element
+      shown = pct;
       if (!progress(txt::AnalyzingScene(), pct)) {
         deleteTemporaries();
         target.SetStatus("");
@@ -159,7 +174,7 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
   if (host::Node* own = target.OwnNode()) reference = Inverse(own->GetObjectTM(ip_.GetTime()));
 
   const std::string temp = TemporaryPathFor(path);
-  WriteSession writer(ip_, temp, reference, range);
+  NodeCacheWriter writer(ip_, temp, reference, range);
   bool ok = false;
   int code = 0;
   std::string message;

@@ -6,6 +6,7 @@
 // recording leaves the cache that was there before untouched.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -22,12 +23,16 @@ struct RecordRange {
   TimeValue start = 0;
   TimeValue end = 0;
   TimeValue step = 1;
-  int NumSamples() const { return (end - start + step) / step; }
+  int NumSamples() const { return static_cast<int>((int64_t{end} - start) / step + 1); }
 };
+
+// A frame as ticks, clamped to the range of TimeValue.
+TimeValue FrameTicks(int frame, int ticksPerFrame);
 
 // recStart and recEnd in frames and recStep in frames to ticks. The step is truncated to whole
 // ticks (at least one) and the end is snapped down to the last sample, so frames 0..10 by 3
-// give samples at 0, 3, 6 and 9. An end before the start gives one sample at the start.
+// give samples at 0, 3, 6 and 9. An end before the start gives one sample at the start; a span
+// too long for the file's 32-bit sample count is cut short.
 RecordRange ComputeRecordRange(int recStart, int recEnd, float recStep, int ticksPerFrame);
 
 // A frame of the recorded range as a lifetime bound in ticks, counted at 160 ticks per frame

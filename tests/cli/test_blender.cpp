@@ -9,26 +9,18 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "cache_bytes.h"
 #include "cli.h"
 #include "commands.h"
 #include "geom/point.h"
+#include "support.h"
 
 namespace kv::cli {
 namespace {
 
 namespace fs = std::filesystem;
-
-int Call(std::vector<std::string> args, std::string* out = nullptr) {
-  args.insert(args.begin(), {"kvcache", "--quiet"});
-  std::vector<const char*> argv;
-  for (const std::string& a : args) argv.push_back(a.c_str());
-  std::ostringstream o, e;
-  const int code = Run(static_cast<int>(argv.size()), argv.data(), o, e);
-  if (out) *out = o.str();
-  if (code != 0) ADD_FAILURE() << e.str();
-  return code;
-}
+using testing::Call;
+using testing::ObjVertices;
+using testing::PointSetDistance;
 
 std::string Gunzip(const std::string& path) {
   gzFile f = gzopen(path.c_str(), "rb");
@@ -38,32 +30,6 @@ std::string Gunzip(const std::string& path) {
   for (int n; (n = gzread(f, buf, sizeof buf)) > 0;) s.append(buf, static_cast<size_t>(n));
   gzclose(f);
   return s;
-}
-
-std::vector<Point3> ObjVertices(const fs::path& p) {
-  std::istringstream in(testing::ReadFile(p.string()));
-  std::vector<Point3> v;
-  for (std::string line; std::getline(in, line);) {
-    if (line.rfind("v ", 0) != 0) continue;
-    std::istringstream ls(line.substr(2));
-    Point3 q;
-    ls >> q.x >> q.y >> q.z;
-    v.push_back(q);
-  }
-  return v;
-}
-
-float PointSetDistance(const std::vector<Point3>& a, const std::vector<Point3>& b) {
-  auto oneWay = [](const std::vector<Point3>& from, const std::vector<Point3>& to) {
-    float worst = 0;
-    for (const Point3& p : from) {
-      float best = INFINITY;
-      for (const Point3& q : to) best = std::min(best, (p - q).LengthSquared());
-      worst = std::max(worst, best);
-    }
-    return std::sqrt(worst);
-  };
-  return std::max(oneWay(a, b), oneWay(b, a));
 }
 
 // A rigid-body simulation made and evaluated by another program: recorded from its glTF
@@ -80,11 +46,13 @@ TEST(BlenderData, RecordedAndPlayedBackWhereBlenderPutsIt) {
   const fs::path dir = fs::temp_directory_path() / ("kv_blender_" + std::to_string(::getpid()));
   fs::create_directories(dir);
   const std::string cache = (dir / "stack.kvc").string();
-  ASSERT_EQ(Call({"record", data + "/blender-stack.glb", "-o", cache}), 0);
+  const testing::Outcome rec = Call({"record", data + "/blender-stack.glb", "-o", cache});
+  ASSERT_EQ(rec.code, 0) << rec.err;
 
   // Element names and vertex counts, to split the played mesh by element.
-  std::string info;
-  ASSERT_EQ(Call({"info", cache, "--elements"}, &info), 0);
+  const testing::Outcome inf = Call({"info", cache, "--elements"});
+  ASSERT_EQ(inf.code, 0) << inf.err;
+  const std::string& info = inf.out;
   std::vector<std::pair<std::string, int>> elements;
   std::istringstream lines(info);
   for (std::string line; std::getline(lines, line);) {
@@ -102,8 +70,10 @@ TEST(BlenderData, RecordedAndPlayedBackWhereBlenderPutsIt) {
 
   for (const int frame : {0, 7, 15, 22, 30}) {
     const fs::path obj = dir / ("f" + std::to_string(frame) + ".obj");
-    ASSERT_EQ(Call({"play", cache, "--frame", std::to_string(frame), "-o", obj.string()}), 0);
-    const std::vector<Point3> played = ObjVertices(obj);
+    const testing::Outcome o =
+        Call({"play", cache, "--frame", std::to_string(frame), "-o", obj.string()});
+    ASSERT_EQ(o.code, 0) << o.err;
+    const std::vector<Point3> played = ObjVertices(obj.string());
     const nlohmann::json& want = ref["frames"][std::to_string(frame)];
     size_t at = 0;
     for (const auto& [name, count] : elements) {

@@ -8,60 +8,25 @@
 #include <map>
 #include <sstream>
 
-#include "cache_bytes.h"
 #include "cli.h"
 #include "commands.h"
 #include "geom/point.h"
+#include "host/standalone/scene.h"
+#include "host/standalone/scene_file.h"
+#include "progress.h"
+#include "support.h"
 
 namespace kv::cli {
 namespace {
 
 namespace fs = std::filesystem;
 using testing::Bytes;
+using testing::Call;
+using testing::ObjVertices;
+using testing::Outcome;
+using testing::PointSetDistance;
 using testing::ReadFile;
 using testing::WriteFile;
-
-struct Outcome {
-  int code;
-  std::string out, err;
-};
-
-Outcome Call(std::vector<std::string> args) {
-  args.insert(args.begin(), "kvcache");
-  args.insert(args.begin() + 1, "--quiet");
-  std::vector<const char*> argv;
-  for (const std::string& a : args) argv.push_back(a.c_str());
-  std::ostringstream out, err;
-  const int code = Run(static_cast<int>(argv.size()), argv.data(), out, err);
-  return {code, out.str(), err.str()};
-}
-
-std::vector<Point3> ObjVertices(const fs::path& p) {
-  std::istringstream in(ReadFile(p.string()));
-  std::vector<Point3> v;
-  for (std::string line; std::getline(in, line);) {
-    if (line.rfind("v ", 0) != 0) continue;
-    std::istringstream ls(line.substr(2));
-    Point3 q;
-    ls >> q.x >> q.y >> q.z;
-    v.push_back(q);
-  }
-  return v;
-}
-
-// The largest distance from a point of `a` to its nearest point of `b`, both ways.
-float PointSetDistance(const std::vector<Point3>& a, const std::vector<Point3>& b) {
-  auto oneWay = [](const std::vector<Point3>& from, const std::vector<Point3>& to) {
-    float worst = 0;
-    for (const Point3& p : from) {
-      float best = INFINITY;
-      for (const Point3& q : to) best = std::min(best, (p - q).LengthSquared());
-      worst = std::max(worst, best);
-    }
-    return std::sqrt(worst);
-  };
-  return std::max(oneWay(a, b), oneWay(b, a));
-}
 
 // A small glTF scene, Y-up as glTF has it:
 //   Parent  a triangle (0,0,0) (1,0,0) (0,1,0) sliding +x from 0 to 3 over one second (LINEAR)
@@ -189,7 +154,7 @@ TEST_F(Commands, RecordInfoAndPlayASmallScene) {
     args.insert(args.end(), c.when.begin(), c.when.end());
     o = Call(args);
     ASSERT_EQ(o.code, kExitOk) << c.when[1] << ": " << o.err;
-    const std::vector<Point3> got = ObjVertices(dir_ / "f.obj");
+    const std::vector<Point3> got = ObjVertices(P("f.obj"));
     const std::vector<Point3> want = InElementOrder(order, SmallSceneAt(c.seconds));
     ASSERT_EQ(got.size(), want.size()) << c.when[1];
     for (size_t i = 0; i < got.size(); ++i)
@@ -200,19 +165,19 @@ TEST_F(Commands, RecordInfoAndPlayASmallScene) {
   // later playback start holds frame 0, and a graph frame picks the cache frame directly.
   o = Call({"play", P("small.kvc"), "-o", P("h.obj"), "--frame", "-3", "--before", "hide"});
   ASSERT_EQ(o.code, kExitOk) << o.err;
-  EXPECT_TRUE(ObjVertices(dir_ / "h.obj").empty());
+  EXPECT_TRUE(ObjVertices(P("h.obj")).empty());
   o = Call({"play", P("small.kvc"), "-o", P("s.obj"), "--frame", "10", "--start", "10"});
   ASSERT_EQ(o.code, kExitOk) << o.err;
-  EXPECT_LT(PointSetDistance(ObjVertices(dir_ / "s.obj"), InElementOrder(order, SmallSceneAt(0))),
+  EXPECT_LT(PointSetDistance(ObjVertices(P("s.obj")), InElementOrder(order, SmallSceneAt(0))),
             1e-4f);
   o = Call({"play", P("small.kvc"), "-o", P("g.ply"), "--frame", "2", "--graph-frame", "30"});
   ASSERT_EQ(o.code, kExitOk) << o.err;
   o = Call({"play", P("small.kvc"), "-o", P("g.obj"), "--frame", "2", "--graph-frame", "30"});
-  EXPECT_LT(PointSetDistance(ObjVertices(dir_ / "g.obj"), InElementOrder(order, SmallSceneAt(1))),
+  EXPECT_LT(PointSetDistance(ObjVertices(P("g.obj")), InElementOrder(order, SmallSceneAt(1))),
             1e-4f);
   o = Call({"play", P("small.kvc"), "-o", P("d.obj"), "--frame", "3", "--dont-delete"});
   ASSERT_EQ(o.code, kExitOk) << o.err;
-  EXPECT_EQ(ObjVertices(dir_ / "d.obj").size(), 9u);  // the hidden element is kept
+  EXPECT_EQ(ObjVertices(P("d.obj")).size(), 9u);  // the hidden element is kept
 }
 
 TEST_F(Commands, RecordingFailuresSayWhyAndKeepThePreviousCache) {
@@ -271,16 +236,16 @@ TEST_F(Commands, PlaysAHandBuiltCacheWithVisibilityAndScale) {
   ASSERT_EQ(o.code, kExitOk) << o.err;
   const std::vector<Point3> want = {{1, 0, 0},  {2, 0, 0}, {1, 1, 0}, {-1, -1, 5},
                                     {1, -1, 5}, {1, 1, 5}, {-1, 1, 5}};
-  EXPECT_EQ(ObjVertices(dir_ / "a.obj"), want);
+  EXPECT_EQ(ObjVertices(P("a.obj")), want);
   // Frame 2: the Ball's sample is invisible and it is deleted.
   o = Call({"play", P("two.kvc"), "--frame", "2", "-o", P("b.obj")});
   ASSERT_EQ(o.code, kExitOk) << o.err;
-  EXPECT_EQ(ObjVertices(dir_ / "b.obj").size(), 3u);
+  EXPECT_EQ(ObjVertices(P("b.obj")).size(), 3u);
   // Scale 3 times the inches-to-feet factor of 12: everything 36 times as far out.
   o = Call({"play", P("two.kvc"), "--frame", "1", "-o", P("c.obj"), "--scale", "3", "--scale-from",
             "inches", "--scale-to", "feet"});
   ASSERT_EQ(o.code, kExitOk) << o.err;
-  const std::vector<Point3> scaled = ObjVertices(dir_ / "c.obj");
+  const std::vector<Point3> scaled = ObjVertices(P("c.obj"));
   ASSERT_EQ(scaled.size(), want.size());
   for (size_t i = 0; i < want.size(); ++i)
     EXPECT_LT((scaled[i] - want[i] * 36.0f).Length(), 1e-3f) << i;
@@ -314,6 +279,55 @@ TEST_F(Commands, DemoRecordsAndPlaysASmallWall) {
   const Outcome info = Call({"info", P("demo/wall.kvc")});
   EXPECT_NE(info.out.find("\tNumber of Frames : 9\n"), std::string::npos) << info.out;
   EXPECT_NE(info.out.find("\tObjects          : 25\n"), std::string::npos) << info.out;
+}
+
+TEST_F(Commands, CtrlCCancelsARecordingAndKeepsThePreviousCache) {
+  WriteSmallScene(dir_);
+  ASSERT_EQ(Call({"record", P("small.gltf"), "-o", P("c.kvc"), "--end", "5"}).code, kExitOk);
+  const std::string before = ReadFile(P("c.kvc"));
+  RequestInterrupt();  // what the SIGINT handler does
+  const Outcome o = Call({"record", P("small.gltf"), "-o", P("c.kvc")});
+  ClearInterrupt();
+  EXPECT_EQ(o.code, kExitCancelled);
+  EXPECT_NE(o.err.find("Operation cancelled."), std::string::npos) << o.err;
+  EXPECT_EQ(ReadFile(P("c.kvc")), before);
+  for (const auto& e : fs::directory_iterator(dir_))
+    EXPECT_EQ(e.path().string().find("~"), std::string::npos) << e.path();
+}
+
+TEST_F(Commands, RecordsAStandaloneSceneFile) {
+  {
+    standalone::Scene scene;
+    scene.SetFrameRate(25);
+    scene.SetAnimRange(Interval(0, 4 * 192));
+    Mesh tri;
+    tri.verts = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
+    tri.setNumFaces(1);
+    tri.faces[0].setVerts(0, 1, 2);
+    auto* a = static_cast<standalone::SceneNode*>(scene.CreateMeshNode(tri, "Left"));
+    a->KeyPosition(0, {0, 0, 0});
+    a->KeyPosition(4 * 192, {4, 0, 0});
+    scene.CreatePointHelperNode("Helper");
+    std::string error;
+    ASSERT_TRUE(standalone::SaveScene(scene, P("s.kvscene"), error)) << error;
+  }
+  Outcome o = Call({"record", P("s.kvscene"), "-o", P("s.kvc")});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  o = Call({"info", P("s.kvc"), "--elements"});
+  EXPECT_NE(o.out.find("\tNumber of Frames : 5\n\tStep Size        : 192 ticks\n"
+                       "\tFrameRate        : 25 FPS\n\tObjects          : 1\n0\tLeft\t3\t1\n"),
+            std::string::npos)
+      << o.out;
+  o = Call({"play", P("s.kvc"), "--frame", "2", "-o", P("s.obj")});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  const std::vector<Point3> want = {{2, 0, 0}, {3, 0, 0}, {2, 1, 0}};
+  EXPECT_EQ(ObjVertices(P("s.obj")), want);
+
+  WriteFile(P("bad.kvscene"), "KVSCENE");
+  o = Call({"record", P("bad.kvscene"), "-o", P("b.kvc")});
+  EXPECT_EQ(o.code, kExitError);
+  EXPECT_NE(o.err.find("kvcache record: "), std::string::npos);
+  EXPECT_FALSE(fs::exists(P("b.kvc")));
 }
 
 }  // namespace

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <sstream>
 
-#include "cache_bytes.h"
 #include "commands.h"
+#include "support.h"
 
 namespace kv::cli {
 namespace {

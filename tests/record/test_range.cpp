@@ -35,6 +35,13 @@ TEST(RecordRange, EndSnapsDownToTheLastSample) {
   EXPECT_EQ(one.end, 0);
   EXPECT_EQ(one.NumSamples(), 1);
 
+  // Extreme frames at 1 frame per second neither overflow nor give a count the file cannot hold.
+  const RecordRange huge = ComputeRecordRange(-9999999, 9999999, 0.5f, 4800);
+  EXPECT_EQ(huge.start, kTimeNegInfinity);
+  EXPECT_EQ(huge.step, 2400);
+  EXPECT_LE(int64_t{huge.end} - huge.start + huge.step, int64_t{kTimePosInfinity});
+  EXPECT_GT(huge.NumSamples(), 800000);
+
   // An end before the start still records the start rather than nothing.
   const RecordRange backwards = ComputeRecordRange(10, 5, 1.0f, 160);
   EXPECT_EQ(backwards.start, 1600);
@@ -48,6 +55,8 @@ TEST(RecordRange, LifetimesCountFramesAtTheSceneRate) {
   EXPECT_EQ(LifetimeTicks(10, 60), 800);
   EXPECT_EQ(LifetimeTicks(-3, 30), -480);
   EXPECT_EQ(LifetimeTicks(250, 24), 50000);
+  EXPECT_EQ(LifetimeTicks(9999999, 1), kTimePosInfinity);
+  EXPECT_EQ(LifetimeTicks(-9999999, 1), kTimeNegInfinity);
 }
 
 TEST(RecordRange, MaterialLibrarySitsBesideTheCache) {

@@ -331,5 +331,53 @@ TEST_F(RecorderTest, LifetimesAtOtherFrameRatesCoverTheWholeRecordedRange) {
   EXPECT_FALSE(reader.HasVisibility());
 }
 
+TEST_F(RecorderTest, WithoutAFileNameTheSaveDialogDecides) {
+  SceneNode* n = Tri("N", {{0, 0, 0}});
+  RecordSettings s = Settings({n}, "unused.kvc", 0, 2);
+  s.fileName.clear();
+  auto& who = scene_.GetResponder();
+
+  // Cancelled: nothing is written and nothing is said.
+  SettingsRecordTarget cancelled(scene_, s);
+  EXPECT_EQ(Run(cancelled).status, RecordStatus::NoFile);
+  ASSERT_EQ(who.log.size(), 1u);
+  EXPECT_EQ(who.log[0].what, standalone::Responder::Shown::What::SaveDialog);
+  EXPECT_EQ(who.log[0].text, "KVCache_");
+  EXPECT_TRUE(fs::is_empty(dir_));
+
+  // With the object's node the dialog proposes its name, and the chosen path is recorded.
+  who.log.clear();
+  s.ownNode = Tri("Shot", {{0, 0, 0}});
+  who.fileAnswers.push_back((dir_ / "chosen.kvc").string());
+  SettingsRecordTarget chosen(scene_, s);
+  const RecordResult r = Run(chosen);
+  ASSERT_TRUE(r.ok()) << r.message;
+  EXPECT_EQ(who.log.at(0).text, "Shot");
+  EXPECT_TRUE(fs::is_regular_file(dir_ / "chosen.kvc"));
+  EXPECT_EQ(chosen.Settings().fileName, (dir_ / "chosen.kvc").string());
+}
+
+TEST_F(RecorderTest, EscapeDuringTheSceneAnalysisCancelsBeforeAnythingIsWritten) {
+  RecordSettings s = Settings({Tri("A", {{0, 0, 0}}), Tri("B", {{1, 0, 0}})}, "d.kvc", 0, 2);
+  s.writeDeform = true;
+  scene_.GetResponder().PressEscAfter(2);
+  SettingsRecordTarget target(scene_, s);
+  const RecordResult r = Run(target);
+  EXPECT_EQ(r.status, RecordStatus::Cancelled);
+  EXPECT_TRUE(scene_.GetResponder().log.empty());
+  EXPECT_TRUE(fs::is_empty(dir_));
+  EXPECT_EQ(target.Status(), "");
+
+  // Without Escape the analysis reports its progress and the recording goes on.
+  std::vector<std::string> statuses;
+  RecordOptions o;
+  o.progress = [&](const std::string& st, int) { return statuses.push_back(st), true; };
+  SettingsRecordTarget again(scene_, s);
+  ASSERT_TRUE(Recorder(scene_, nullptr).Record(again, o).ok());
+  EXPECT_EQ(statuses.front(), "Analyzing scene (50 %) ...");
+  EXPECT_EQ(statuses[1], "Analyzing scene (100 %) ...");
+  EXPECT_EQ(statuses.back().rfind("Writing Cache (", 0), 0u) << statuses.back();
+}
+
 }  // namespace
 }  // namespace kv

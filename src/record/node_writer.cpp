@@ -1,4 +1,4 @@
-#include "record/write_session.h"
+#include "record/node_writer.h"
 
 #include "cache/writer.h"
 
@@ -40,7 +40,7 @@ class NodeListSource final : public KelvaneTools::ElementSource {
 
 }  // namespace
 
-struct WriteSession::Impl {
+struct NodeCacheWriter::Impl {
   Impl(host::Interface& ip, const std::string& path, const Matrix3& reference,
        const RecordRange& range)
       : source(ip),
@@ -59,13 +59,13 @@ struct WriteSession::Impl {
   }
 };
 
-WriteSession::WriteSession(host::Interface& ip, const std::string& path, const Matrix3& reference,
-                           const RecordRange& range)
+NodeCacheWriter::NodeCacheWriter(host::Interface& ip, const std::string& path,
+                                 const Matrix3& reference, const RecordRange& range)
     : impl_(std::make_unique<Impl>(ip, path, reference, range)) {}
 
-WriteSession::~WriteSession() = default;
+NodeCacheWriter::~NodeCacheWriter() = default;
 
-bool WriteSession::Add(host::Node* node, TimeValue t) {
+bool NodeCacheWriter::Add(host::Node* node, TimeValue t) {
   if (!node) return false;
   std::vector<host::Node*>& nodes = impl_->source.Nodes();
   nodes.push_back(node);
@@ -74,12 +74,12 @@ bool WriteSession::Add(host::Node* node, TimeValue t) {
   return false;
 }
 
-int WriteSession::Count() const {
+int NodeCacheWriter::Count() const {
   return impl_->writer.NumElements();
 }
 
-bool WriteSession::Write(const std::vector<Lifetime>& lifetimes,
-                         const std::function<bool(int)>& progress) {
+bool NodeCacheWriter::Write(const std::vector<Lifetime>& lifetimes,
+                            const std::function<bool(int)>& progress) {
   std::vector<ElementLifetime> life(lifetimes.size());
   for (size_t i = 0; i < life.size(); ++i) life[i] = {lifetimes[i].first, lifetimes[i].last};
   impl_->progress = &progress;
@@ -89,15 +89,15 @@ bool WriteSession::Write(const std::vector<Lifetime>& lifetimes,
   return ok;
 }
 
-int WriteSession::ErrorCode() const {
+int NodeCacheWriter::ErrorCode() const {
   return static_cast<int>(impl_->writer.ErrorCode());
 }
 
-std::string WriteSession::ErrorMessage() const {
+std::string NodeCacheWriter::ErrorMessage() const {
   return std::string(impl_->writer.ErrorMessageText());
 }
 
-host::Mtl* WriteSession::CombinedMaterial() const {
+host::Mtl* NodeCacheWriter::CombinedMaterial() const {
   return impl_->writer.CombinedMaterial();
 }
 

@@ -1,11 +1,18 @@
-// Builds .kvc files byte by byte for the command tests.
+// Shared by the command tests: .kvc files built byte by byte, running the tool in-process,
+// and reading back what it wrote.
 #pragma once
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <vector>
+
+#include "cli.h"
+#include "geom/point.h"
 
 namespace kv::cli::testing {
 
@@ -62,6 +69,49 @@ inline std::string TwoElementCache() {
   b.f(0).f(0).f(0).f(1).f(0).f(0).f(0).f(1).f(0).u32(0).u32(1).u32(2);  // channel 1 of Box
   for (int s = 0; s < 3; ++s) b.sample(static_cast<float>(s), 0, 0).sample(0, 0, 5, s < 2);
   return b.s;
+}
+
+struct Outcome {
+  int code;
+  std::string out, err;
+};
+
+// Runs kvcache with the given arguments, without a progress bar.
+inline Outcome Call(std::vector<std::string> args) {
+  args.insert(args.begin(), {"kvcache", "--quiet"});
+  std::vector<const char*> argv;
+  for (const std::string& a : args) argv.push_back(a.c_str());
+  std::ostringstream out, err;
+  const int code = Run(static_cast<int>(argv.size()), argv.data(), out, err);
+  return {code, out.str(), err.str()};
+}
+
+// The "v" lines of a Wavefront file, in order.
+inline std::vector<Point3> ObjVertices(const std::string& path) {
+  std::istringstream in(ReadFile(path));
+  std::vector<Point3> v;
+  for (std::string line; std::getline(in, line);) {
+    if (line.rfind("v ", 0) != 0) continue;
+    std::istringstream ls(line.substr(2));
+    Point3 q;
+    ls >> q.x >> q.y >> q.z;
+    v.push_back(q);
+  }
+  return v;
+}
+
+// The largest distance from a point of either set to its nearest point of the other.
+inline float PointSetDistance(const std::vector<Point3>& a, const std::vector<Point3>& b) {
+  auto oneWay = [](const std::vector<Point3>& from, const std::vector<Point3>& to) {
+    float worst = 0;
+    for (const Point3& p : from) {
+      float best = INFINITY;
+      for (const Point3& q : to) best = std::min(best, (p - q).LengthSquared());
+      worst = std::max(worst, best);
+    }
+    return std::sqrt(worst);
+  };
+  return std::max(oneWay(a, b), oneWay(b, a));
 }
 
 }  // namespace kv::cli::testing

@@ -1,4 +1,4 @@
-// One use of the cache writer by the recorder: host nodes in, one .kvc file out.
+// The cache writer as the recorder uses it: scene nodes in, one .kvc file out.
 #pragma once
 
 #include <functional>
@@ -13,13 +13,13 @@
 
 namespace kv {
 
-class WriteSession {
+class NodeCacheWriter {
  public:
-  WriteSession(host::Interface& ip, const std::string& path, const Matrix3& reference,
-               const RecordRange& range);
-  ~WriteSession();
-  WriteSession(const WriteSession&) = delete;
-  WriteSession& operator=(const WriteSession&) = delete;
+  NodeCacheWriter(host::Interface& ip, const std::string& path, const Matrix3& reference,
+                  const RecordRange& range);
+  ~NodeCacheWriter();
+  NodeCacheWriter(const NodeCacheWriter&) = delete;
+  NodeCacheWriter& operator=(const NodeCacheWriter&) = delete;
 
   // Captures the node's render mesh at `t`; false (nothing added) when it has none.
   bool Add(host::Node* node, TimeValue t);
