@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <climits>
 #include <cstring>
 
+#include "geom/transform_points.h"
 #include "host/interface.h"
 
 namespace KelvaneTools {
@@ -127,6 +129,8 @@ void kvCacheReader::Release() {
   blocks_.clear();
   blocks_.shrink_to_fit();
   loadedCount_ = 0;
+  vertStart_.clear();
+  faceStart_.clear();
   step_ = version_ = 0;
   start_ = end_ = INT32_MIN;
 }
@@ -525,9 +529,23 @@ bool kvCacheReader::LoadSamplesForElements(std::span<ElementFrameState> states,
   };
   const int first = element < 0 ? 0 : element;
   const int last = element < 0 ? NumElements() - 1 : element;
+  // Elements mostly share their cache time: one that has the time of the element mapped
+  // before it takes that mapping as it is (the mapping depends on the time alone).
+  const ElementFrameState* prev = nullptr;
   for (int e = first; e <= last && e < NumElements(); ++e) {
     ElementFrameState& r = states[size_t(e)];
+    if (prev && std::bit_cast<uint32_t>(prev->time) == std::bit_cast<uint32_t>(r.time)) {
+      r.sampleA = prev->sampleA;
+      r.fraction = prev->fraction;
+      r.sampleB = prev->sampleB;
+      r.interpolate = prev->interpolate;
+      r.shown = prev->shown;
+      r.beforeRange = prev->beforeRange;
+      r.afterRange = prev->afterRange;
+      continue;  // its samples are already wanted
+    }
     MapTimeToSamples(s, r);
+    prev = &r;
     if (n == 0) continue;
     want(r.sampleA);
     if (r.interpolate) want(r.sampleB);
@@ -568,44 +586,16 @@ bool kvCacheReader::SampleVisible(int e, int32_t s) const {
   return b && b->visible[size_t(e)];
 }
 
-namespace {
-kv::Matrix3 BlendParts(const kv::AffineParts& a, const kv::AffineParts& b, float f) {
-  const float g = 1 - f;
-  kv::AffineParts p;
-  p.t = a.t * g + b.t * f;
-  p.k = a.k * g + b.k * f;
-  p.f = a.f * g + b.f * f;
-  p.q = kv::Slerp(a.q, b.q.Closest(a.q), f);
-  // Rigid motion keeps the stretch axes: equal ones need no slerp (which would return them).
-  p.u = a.u == b.u ? a.u : kv::Slerp(a.u, b.u.Closest(a.u), f);
-  return kv::ComposeAffine(p);
-}
-}  // namespace
-
 kv::Matrix3 kvCacheReader::ElementTransform(int e, const ElementFrameState& r) const {
   if (r.interpolate) {
     const kv::AffineParts* a = Parts(r.sampleA);
     const kv::AffineParts* b = Parts(r.sampleB);
-    if (a && b) return BlendParts(a[e], b[e], r.fraction);
+    if (a && b) return kv::BlendAffineParts(a[e], b[e], r.fraction);
   }
   return SampleTransform(e, r.sampleA);
 }
 
 // ---------------------------------------------------------------------------- frames
-
-namespace {
-// p x M over packed float triples; the matrix lives in registers for the whole element.
-void TransformPoints(const kv::Matrix3& m, const float* __restrict in, float* __restrict out,
-                     int32_t n) {
-  const kv::Point3 r0 = m.GetRow(0), r1 = m.GetRow(1), r2 = m.GetRow(2), r3 = m.GetRow(3);
-  for (int32_t j = 0; j < n; ++j, in += 3, out += 3) {
-    const float x = in[0], y = in[1], z = in[2];
-    out[0] = x * r0.x + y * r1.x + z * r2.x + r3.x;
-    out[1] = x * r0.y + y * r1.y + z * r2.y + r3.y;
-    out[2] = x * r0.z + y * r1.z + z * r2.z + r3.z;
-  }
-}
-}  // namespace
 
 void kvCacheReader::RebuildTopology(kv::Mesh& out, const FrameSettings& s,
                                     FrameScratch& scratch) const {
@@ -673,15 +663,38 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
   // place instead, so that the topology survives from frame to frame.
   if (candidate_.GetSize() != n) candidate_.SetSize(n, false);
   candidate_.ClearAll();
-  int64_t keptFaces = 0;
+  if (vertStart_.size() != size_t(n) + 1) {
+    vertStart_.resize(size_t(n) + 1);
+    faceStart_.resize(size_t(n) + 1);
+    for (int e = 0; e < n; ++e) {
+      vertStart_[size_t(e)] = elements_[size_t(e)].vertOffset;
+      faceStart_[size_t(e)] = elements_[size_t(e)].faceOffset;
+    }
+    vertStart_[size_t(n)] = int32_t(totalVerts_);
+    faceStart_[size_t(n)] = int32_t(totalFaces_);
+  }
+  const int32_t* vs = vertStart_.data();
+  const int32_t* fs = faceStart_.data();
+  // Elements mostly share their samples: the last block looked up is kept at hand.
+  int32_t lastA = -1, lastB = -1, lastPartsA = -1;
+  const SampleBlock* blockA = nullptr;
+  const kv::AffineParts *partsA = nullptr, *partsB = nullptr;
+  kv::SlerpWeights weights(0);  // for the fraction of the last element blended
+  auto sampleBlock = [&](int32_t sample) {
+    if (sample != lastA) lastA = sample, blockA = Block(sample);
+    return blockA;
+  };
+  // Counted down from the total over the elements that leave, which are few.
+  int64_t keptFaces = s.boxMode ? int64_t(n) * 12 : totalFaces_;
   for (int e = 0; e < n; ++e) {
     const ElementFrameState& r = states[size_t(e)];
-    const bool invisible = !SampleVisible(e, r.sampleA);
+    const SampleBlock* b = sampleBlock(r.sampleA);
+    const bool invisible = !b || !b->visible[size_t(e)];
     const bool gone = r.removed || !r.shown || (s.deleteInvisible && invisible);
-    if (gone && s.playbackIdle)
+    if (gone && s.playbackIdle) {
       candidate_.Set(e);
-    else
-      keptFaces += s.boxMode ? 12 : elements_[size_t(e)].numFaces;
+      keptFaces -= s.boxMode ? 12 : fs[e + 1] - fs[e];
+    }
   }
   if (keptFaces == 0) {
     out.FreeAll();
@@ -714,14 +727,22 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
   for (int e = 0; e < n; ++e) {
     if (scratch.removed[e]) continue;
     const ElementFrameState& r = states[size_t(e)];
-    kv::Matrix3 m = ElementTransform(e, r);
+    const SampleBlock* block = sampleBlock(r.sampleA);
+    kv::Matrix3 m = block ? block->tm[size_t(e)] : kv::Matrix3();
+    if (r.interpolate) {
+      if (r.sampleA != lastPartsA) lastPartsA = r.sampleA, partsA = Parts(r.sampleA);
+      if (r.sampleB != lastB) lastB = r.sampleB, partsB = Parts(r.sampleB);
+      if (std::bit_cast<uint32_t>(r.fraction) != std::bit_cast<uint32_t>(weights.f))
+        weights = kv::SlerpWeights(r.fraction);
+      if (partsA && partsB) m = kv::BlendAffineParts(partsA[e], partsB[e], weights);
+    }
     if (s.unitScale != 1.0f) m = m * s.unitScale;
-    const int32_t sv = s.boxMode ? e * 8 : elements_[size_t(e)].vertOffset;
-    const int32_t nv = s.boxMode ? 8 : elements_[size_t(e)].numVerts;
-    const int32_t sf = s.boxMode ? e * 12 : elements_[size_t(e)].faceOffset;
-    const int32_t nf = s.boxMode ? 12 : elements_[size_t(e)].numFaces;
-    TransformPoints(m, reinterpret_cast<const float*>(src.verts.data() + sv),
-                    reinterpret_cast<float*>(out.verts.data() + scratch.outVert[size_t(e)]), nv);
+    const int32_t sv = s.boxMode ? e * 8 : vs[e];
+    const int32_t nv = s.boxMode ? 8 : vs[e + 1] - vs[e];
+    const int32_t sf = s.boxMode ? e * 12 : fs[e];
+    const int32_t nf = s.boxMode ? 12 : fs[e + 1] - fs[e];
+    kv::TransformPoints(m, src.verts.data() + sv, out.verts.data() + scratch.outVert[size_t(e)],
+                        size_t(nv));
     const int32_t of = scratch.outFace[size_t(e)];
     if (normals) {
       const kv::Point3* ns = src.specNormals.data() + size_t(sf) * 3;
@@ -729,7 +750,7 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
       for (int32_t j = 0; j < nf * 3; ++j) no[j] = m.VectorTransform(ns[j]).Normalized();
     }
 
-    const bool invisible = !SampleVisible(e, r.sampleA);
+    const bool invisible = !block || !block->visible[size_t(e)];
     const bool gone = r.removed || !r.shown || (s.deleteInvisible && invisible);
     const bool kept = !s.deleteInvisible && invisible;
     const bool hide = (gone && !s.playbackIdle) || (kept && s.hideInvisible);

@@ -165,6 +165,9 @@ class kvCacheReader : public kvCacheBase {
   int32_t loadedCount_ = 0;
   std::vector<uint8_t> blockBytes_;  // one sample block as read
   kv::BitArray candidate_;           // elements to leave out of the frame being read
+  // First vertex and face of each element in the combined mesh, with the totals appended:
+  // compact copies of the element records' offsets for the per-element frame loop.
+  std::vector<int32_t> vertStart_, faceStart_;
 };
 
 }  // namespace KelvaneTools

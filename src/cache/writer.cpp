@@ -5,6 +5,7 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
+#include <limits>
 
 #include "host/interface.h"
 
@@ -193,9 +194,15 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
     out.put(int32_t(chars));
     name.resize(chars);
     out.raw(name.data(), name.size());
-    const kv::Box3 box = m.getBoundingBox();
-    const float bounds[6] = {box.pmin.x, box.pmin.y, box.pmin.z,
-                             box.pmax.x, box.pmax.y, box.pmax.z};
+    // The mesh's bounding box, over the packed coordinates.
+    const float* v = reinterpret_cast<const float*>(m.verts.data());
+    constexpr float kMax = std::numeric_limits<float>::max();
+    float bounds[6] = {kMax, kMax, kMax, -kMax, -kMax, -kMax};
+    for (size_t j = 0; j < m.verts.size() * 3; j += 3)
+      for (int c = 0; c < 3; ++c) {
+        bounds[c] = std::min(bounds[c], v[j + c]);
+        bounds[3 + c] = std::max(bounds[3 + c], v[j + c]);
+      }
     out.raw(bounds, sizeof bounds);
     out.put(int32_t(m.numVerts()));
     out.put(int32_t(m.numFaces()));
@@ -261,13 +268,18 @@ bool kvCacheWriter::WriteElements(int version, uint64_t& written, uint64_t predi
     out.Reserve(m.verts.size() * kPointSize + m.faces.size() * kFaceSizeV2);
     out.raw(m.verts.data(), m.verts.size() * kPointSize);
     const bool normals = m.specNormals.size() == m.faces.size() * 3;
+    const int selBits = m.faceSel.GetSize();
     for (size_t f = 0; f < m.faces.size(); ++f) {
       const kv::Face& face = m.faces[f];
-      out.put(uint16_t(face.getMatID() + e.matIdOffset));
-      out.put(face.smGroup);
-      out.put(uint8_t(face.getEdgeVisBits()));
-      out.put(uint8_t(m.faceSel.GetSize() > int(f) && m.faceSel[int(f)] ? 1 : 0));
-      out.raw(face.v, sizeof face.v);
+      // The fixed 20 bytes of a face record, assembled in place.
+      uint8_t rec[20];
+      const uint16_t matId = uint16_t(face.getMatID() + e.matIdOffset);
+      std::memcpy(rec, &matId, 2);
+      std::memcpy(rec + 2, &face.smGroup, 4);
+      rec[6] = uint8_t(face.getEdgeVisBits());
+      rec[7] = uint8_t(selBits > int(f) && m.faceSel[int(f)] ? 1 : 0);
+      std::memcpy(rec + 8, face.v, 12);
+      out.raw(rec, sizeof rec);
       if (!HasNormalsByte(version))
         out.zeros(12);
       else if (normals)
@@ -312,6 +324,9 @@ bool kvCacheWriter::WriteSamples(int32_t numSamples, std::span<const ElementLife
     return ReportProgress(lastDone_, lastTotal_);
   };
   hasVisibility = 0;
+  // The usual reference (a cache object at the origin) leaves the transforms as they are.
+  const bool identityReference = reference_ == kv::Matrix3();
+  static_assert(sizeof(kv::Matrix3) == 48, "a transform is stored as its 12 floats");
   for (int32_t s = 0; s < numSamples; ++s) {
     const kv::TimeValue t = kv::TimeValue(start_ + int64_t(s) * step_);
     try {
@@ -321,9 +336,17 @@ bool kvCacheWriter::WriteSamples(int32_t numSamples, std::span<const ElementLife
       return false;
     }
     for (size_t i = 0; i < n; ++i) {
-      const kv::Matrix3 m = tms[i] * reference_;
       uint8_t* rec = buf.data() + used;
-      for (int row = 0; row < 4; ++row) std::memcpy(rec + row * 12, &m.GetRow(row), 12);
+      if (identityReference) {
+        std::memcpy(rec, &tms[i], 48);
+      } else {
+        const kv::Matrix3& a = tms[i];
+        for (int row = 0; row < 4; ++row) {
+          const kv::Point3 p = row < 3 ? reference_.VectorTransform(a.GetRow(row))
+                                       : reference_.PointTransform(a.GetRow(row));
+          std::memcpy(rec + row * 12, &p, 12);
+        }
+      }
       const ElementLifetime life = i < lifetimes.size() ? lifetimes[i] : ElementLifetime{};
       const bool visible = vis[i] > 0 && t >= life.first && t <= life.last;
       rec[48] = visible ? 1 : 0;

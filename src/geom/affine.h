@@ -29,4 +29,30 @@ Matrix3 ComposeAffine(const AffineParts& parts);
 // slerp (the second made closest to the first). f = 0 gives a, f = 1 gives b.
 Matrix3 BlendTransforms(const Matrix3& a, const Matrix3& b, float f);
 
+// The same blend from transforms decomposed once beforehand (a playback frame blends many
+// elements between the same two samples). Equal to BlendTransforms of the matrices within
+// float rounding. When both stretches are uniform, which DecompAffine reports exactly (equal
+// factors, identity stretch rotation) for rigid and uniformly scaled matrices, the stretch
+// rotation drops out and the result is the scaled rotation matrix of the slerped q.
+Matrix3 BlendAffineParts(const AffineParts& a, const AffineParts& b, float f);
+
+// What a slerp by one fraction needs besides the two quaternions: the polynomials in
+// cos(theta) - 1 whose values are the weights sin((1 - f) theta) / sin(theta) and
+// sin(f theta) / sin(theta). Many elements blended by the same fraction share one.
+struct SlerpWeights {
+  static constexpr int kTerms = 9;
+  float f = 0;
+  float wa[kTerms] = {};  // coefficients, lowest power first
+  float wb[kTerms] = {};
+  explicit SlerpWeights(float fraction);
+};
+Matrix3 BlendAffineParts(const AffineParts& a, const AffineParts& b, const SlerpWeights& w);
+
+// Slerp from a to b (made closest to a) by t in [0, 1], without trigonometry when the two
+// are within about 106 degrees of rotation: the weights sin(t theta) / sin(theta) come from
+// their series in cos(theta) - 1, truncated where its error is below 1e-7. Wider angles use
+// Slerp. The result is normalised.
+Quat SlerpSeries(const Quat& a, const Quat& b, float t);
+Quat SlerpSeries(const Quat& a, const Quat& b, const SlerpWeights& w);
+
 }  // namespace kv

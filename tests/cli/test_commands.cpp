@@ -249,6 +249,14 @@ TEST_F(Commands, PlaysAHandBuiltCacheWithVisibilityAndScale) {
   ASSERT_EQ(scaled.size(), want.size());
   for (size_t i = 0; i < want.size(); ++i)
     EXPECT_LT((scaled[i] - want[i] * 36.0f).Length(), 1e-3f) << i;
+  // The unit list's own spelling "Milimeters" is a name too: metres over it scale by 1000.
+  o = Call({"play", P("two.kvc"), "--frame", "1", "-o", P("m.obj"), "--scale-from", "Milimeters",
+            "--scale-to", "metres"});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  const std::vector<Point3> metres = ObjVertices(P("m.obj"));
+  ASSERT_EQ(metres.size(), want.size());
+  for (size_t i = 0; i < want.size(); ++i)
+    EXPECT_LT((metres[i] - want[i] * 1000.0f).Length(), 0.05f) << i;
 }
 
 }  // namespace
@@ -293,6 +301,17 @@ TEST_F(Commands, CtrlCCancelsARecordingAndKeepsThePreviousCache) {
   EXPECT_EQ(ReadFile(P("c.kvc")), before);
   for (const auto& e : fs::directory_iterator(dir_))
     EXPECT_EQ(e.path().string().find("~"), std::string::npos) << e.path();
+
+  // Loading every sample up front is the long part of playing: Ctrl-C stops it too.
+  RequestInterrupt();
+  const Outcome play =
+      Call({"play", P("c.kvc"), "--frame", "1", "--load", "pre-load", "-o", P("c.obj")});
+  ClearInterrupt();
+  EXPECT_EQ(play.code, kExitCancelled);
+  EXPECT_NE(play.err.find("Operation cancelled."), std::string::npos) << play.err;
+  EXPECT_FALSE(fs::exists(P("c.obj")));
+  EXPECT_EQ(Call({"play", P("c.kvc"), "--frame", "1", "--load", "pre-load", "-o", P("c.obj")}).code,
+            kExitOk);
 }
 
 TEST_F(Commands, RecordsAStandaloneSceneFile) {
