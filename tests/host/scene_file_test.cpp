@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -212,6 +213,60 @@ TEST(SceneFile, DamagedFilesGiveAClearError) {
   WriteAll(q, bad);
   EXPECT_EQ(LoadScene(q.string(), err), nullptr);
   EXPECT_NE(err.find("longer than"), std::string::npos) << err;
+  // A parent chain that loops back is refused, not silently cut.
+  {
+    Scene two;
+    auto* a = static_cast<SceneNode*>(two.CreatePointHelperNode("A"));
+    auto* b = static_cast<SceneNode*>(two.CreatePointHelperNode("B"));
+    two.Link(b, a);
+    const fs::path t = TempFile("loop.kvs");
+    ASSERT_TRUE(SaveScene(two, t.string(), err));
+    std::vector<uint8_t> bytes = ReadAll(t);
+    const uint8_t nameA[5] = {1, 0, 0, 0, 'A'};
+    const auto at = std::search(bytes.begin(), bytes.end(), nameA, nameA + 5);
+    ASSERT_NE(at, bytes.end());
+    const int32_t parentIsB = 1;
+    std::memcpy(&*(at + 5), &parentIsB, 4);
+    WriteAll(t, bytes);
+    EXPECT_EQ(LoadScene(t.string(), err), nullptr);
+    EXPECT_NE(err.find("loop"), std::string::npos) << err;
+    fs::remove(t);
+  }
+  // Mesh chunks out of order (a map channel and normals before the faces) would lose their
+  // data when the faces arrive: refused.
+  {
+    Mesh tri;
+    tri.setNumVerts(3);
+    tri.verts = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
+    tri.setNumFaces(1);
+    tri.faces[0].setVerts(0, 1, 2);
+    tri.setMapSupport(1);
+    tri.Map(1).verts = {{0, 0, 0}};
+    tri.specNormals.assign(3, Point3{0, 0, 1});
+    ChunkWriter w;
+    SaveMesh(w, tri);
+    auto chunks = w.Bytes();
+    {
+      ChunkReader r(chunks.data(), chunks.size());
+      Mesh back;
+      ASSERT_EQ(LoadMesh(r, back), host::IOResult::Ok);
+      EXPECT_EQ(back.Map(1).faces.size(), 1u);
+    }
+    // Move the faces chunk (the second) to the end.
+    auto chunkLen = [&](size_t at) {
+      uint32_t len;
+      std::memcpy(&len, chunks.data() + at + 2, 4);
+      return 6 + static_cast<size_t>(len);
+    };
+    const size_t facesAt = chunkLen(0), facesLen = chunkLen(facesAt);
+    std::vector<uint8_t> moved(chunks.begin(), chunks.begin() + static_cast<long>(facesAt));
+    moved.insert(moved.end(), chunks.begin() + static_cast<long>(facesAt + facesLen), chunks.end());
+    moved.insert(moved.end(), chunks.begin() + static_cast<long>(facesAt),
+                 chunks.begin() + static_cast<long>(facesAt + facesLen));
+    ChunkReader r(moved.data(), moved.size());
+    Mesh back;
+    EXPECT_EQ(LoadMesh(r, back), host::IOResult::Error);
+  }
   // Flipping any single byte never crashes; most give an error.
   for (size_t i = 12; i < good.size(); ++i) {
     bad = good;

@@ -208,6 +208,18 @@ TEST(Scene, AssetPathsAndPluginLibraries) {
   s.SetPluginsFolder(dir.string());
   EXPECT_EQ(s.LoadPluginLibrary("KVRigid"), nullptr);  // absent
   EXPECT_EQ(s.FindExport(nullptr, "Get_KG_RIGID_Exploded"), nullptr);
+  std::ofstream((dir / "Broken.so").string()) << "not a library";
+  EXPECT_EQ(s.LoadPluginLibrary("Broken"), nullptr);
+
+  // A real library built beside the tests, found by name and called through its export.
+  s.SetPluginsFolder(KV_TEST_PLUGINS_DIR);
+  void* lib = s.LoadPluginLibrary("KVRigid");
+  ASSERT_NE(lib, nullptr);
+  EXPECT_EQ(s.FindExport(lib, "NoSuchExport"), nullptr);
+  using Fn = int (*)(int);
+  auto fn = reinterpret_cast<Fn>(s.FindExport(lib, "Get_KG_RIGID_Exploded"));
+  ASSERT_NE(fn, nullptr);
+  EXPECT_EQ(fn(20), 41);
   fs::remove_all(dir);
 }
 

@@ -124,6 +124,31 @@ TEST(Undo, ControllersAndNodesAcrossSeveralSteps) {
   h.Cancel();
   EXPECT_TRUE(made->IsDeleted());
   EXPECT_EQ(n->GetTMController()->GetPositionController()->NumKeys(), 100);
+
+  // Swapping a PRS sub-controller (explode puts TCB tracks in) is one undoable change.
+  host::Control* prs = n->GetTMController();
+  host::Control* before = prs->GetRotationController();
+  h.Begin();
+  auto tcb = s.NewKeyControl(host::ControlKind::Rotation, host::Interp::TCB);
+  tcb->SetValue(0, Quat(AngAxis{{0, 0, 1}, 1.0f}), true);
+  ASSERT_TRUE(prs->SetRotationController(std::move(tcb)));
+  ASSERT_TRUE(prs->SetScaleController(s.NewControl(host::ControlKind::Scale)));
+  h.Accept("Explode");
+  EXPECT_EQ(prs->GetRotationController()->NumKeys(), 1);
+  ASSERT_TRUE(s.Undo());
+  EXPECT_EQ(prs->GetRotationController(), before);
+  EXPECT_EQ(prs->GetRotationController()->NumKeys(), 0);
+  ASSERT_TRUE(s.Redo());
+  EXPECT_EQ(prs->GetRotationController()->NumKeys(), 1);
+  EXPECT_EQ(prs->GetRotationController()->GetInterp(), host::Interp::TCB);
+  // A PRS controller that is gone by the time of the undo leaves a harmless record.
+  h.Begin();
+  auto loose = s.NewControl(host::ControlKind::PRS);
+  loose->SetPositionController(s.NewControl(host::ControlKind::Position));
+  h.Accept("Loose");
+  loose.reset();
+  EXPECT_TRUE(s.Undo());
+  EXPECT_TRUE(s.Redo());
 }
 
 }  // namespace

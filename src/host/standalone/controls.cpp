@@ -398,20 +398,40 @@ class KeyControl final : public KeyControlBase {
 
 // ---- PRS
 
+// The sub-controller slots of a PRS controller, shared with the undo records that swap
+// them, so that a record outlives a controller deleted meanwhile.
+struct PRSSlots {
+  std::unique_ptr<host::Control> c[3];  // position, rotation, scale
+};
+
+class SubSlotRestore final : public host::RestoreObj {
+ public:
+  SubSlotRestore(std::shared_ptr<PRSSlots> s, int i, std::unique_ptr<host::Control> kept)
+      : s_(std::move(s)), i_(i), kept_(std::move(kept)) {}
+  void Restore(bool) override { std::swap(s_->c[i_], kept_); }
+  void Redo() override { std::swap(s_->c[i_], kept_); }
+  int Size() const override { return static_cast<int>(sizeof(*this)); }
+
+ private:
+  std::shared_ptr<PRSSlots> s_;
+  int i_;
+  std::unique_ptr<host::Control> kept_;
+};
+
 class PRSControl final : public KeyControlBase {
  public:
-  explicit PRSControl(UndoStack* undo)
-      : pos_(MakeControl(ControlKind::Position, undo)),
-        rot_(MakeControl(ControlKind::Rotation, undo)),
-        scl_(MakeControl(ControlKind::Scale, undo)),
-        undo_(undo) {}
+  explicit PRSControl(UndoStack* undo) : s_(std::make_shared<PRSSlots>()), undo_(undo) {
+    s_->c[0] = MakeControl(ControlKind::Position, undo);
+    s_->c[1] = MakeControl(ControlKind::Rotation, undo);
+    s_->c[2] = MakeControl(ControlKind::Scale, undo);
+  }
 
   ControlKind Kind() const override { return ControlKind::PRS; }
   ControlValue GetValue(TimeValue t) const override {
     AffineParts p;
-    p.t = pos_->GetPoint3(t);
-    p.q = rot_->GetQuat(t);
-    const ScaleValue s = scl_->GetScale(t);
+    p.t = s_->c[0]->GetPoint3(t);
+    p.q = s_->c[1]->GetQuat(t);
+    const ScaleValue s = s_->c[2]->GetScale(t);
     p.k = s.s;
     p.u = s.q;
     return ComposeAffine(p);
@@ -422,9 +442,9 @@ class PRSControl final : public KeyControlBase {
     const Matrix3* m = std::get_if<Matrix3>(&v);
     if (!m) return;
     const AffineParts p = DecompAffine(*m);
-    pos_->SetValue(t, p.t, makeKey);
-    rot_->SetValue(t, p.q, makeKey);
-    scl_->SetValue(t, ScaleValue{p.k * p.f, p.u}, makeKey);
+    s_->c[0]->SetValue(t, p.t, makeKey);
+    s_->c[1]->SetValue(t, p.q, makeKey);
+    s_->c[2]->SetValue(t, ScaleValue{p.k * p.f, p.u}, makeKey);
   }
   int NumKeys() const override { return 0; }
   TimeValue GetKeyTime(int) const override { return kTimeNegInfinity; }
@@ -432,9 +452,9 @@ class PRSControl final : public KeyControlBase {
   void DeleteKey(int) override {}
   std::unique_ptr<host::Control> Clone() const override {
     auto c = std::make_unique<PRSControl>(undo_);
-    c->pos_ = pos_->Clone();
-    c->rot_ = rot_->Clone();
-    c->scl_ = scl_->Clone();
+    c->s_->c[0] = s_->c[0]->Clone();
+    c->s_->c[1] = s_->c[1]->Clone();
+    c->s_->c[2] = s_->c[2]->Clone();
     return c;
   }
   bool CopyFrom(const host::Control& other) override {
@@ -442,39 +462,38 @@ class PRSControl final : public KeyControlBase {
     if (!o) return false;
     if (o == this) return true;
     // Sub-controllers of other classes are replaced by copies.
-    if (!pos_->CopyFrom(*o->pos_)) pos_ = o->pos_->Clone();
-    if (!rot_->CopyFrom(*o->rot_)) rot_ = o->rot_->Clone();
-    if (!scl_->CopyFrom(*o->scl_)) scl_ = o->scl_->Clone();
+    for (int i = 0; i < 3; ++i)
+      if (!s_->c[i]->CopyFrom(*o->s_->c[i])) Replace(i, o->s_->c[i]->Clone());
     return true;
   }
-  Control* GetPositionController() override { return pos_.get(); }
-  Control* GetRotationController() override { return rot_.get(); }
-  Control* GetScaleController() override { return scl_.get(); }
+  Control* GetPositionController() override { return s_->c[0].get(); }
+  Control* GetRotationController() override { return s_->c[1].get(); }
+  Control* GetScaleController() override { return s_->c[2].get(); }
   bool SetPositionController(std::unique_ptr<Control> c) override {
     if (!c || (c->Kind() != ControlKind::Position && c->Kind() != ControlKind::Point3))
       return false;
-    pos_ = std::move(c);
+    Replace(0, std::move(c));
     return true;
   }
   bool SetRotationController(std::unique_ptr<Control> c) override {
     if (!c || c->Kind() != ControlKind::Rotation) return false;
-    rot_ = std::move(c);
+    Replace(1, std::move(c));
     return true;
   }
   bool SetScaleController(std::unique_ptr<Control> c) override {
     if (!c || c->Kind() != ControlKind::Scale) return false;
-    scl_ = std::move(c);
+    Replace(2, std::move(c));
     return true;
   }
   void SetInterpolation(Interp) override {}
   bool SetTangents(int, const ControlValue&, const ControlValue&) override { return false; }
   void SaveTrack(host::ISave& s) const override {
-    SaveControl(*pos_, s);
-    SaveControl(*rot_, s);
-    SaveControl(*scl_, s);
+    SaveControl(*s_->c[0], s);
+    SaveControl(*s_->c[1], s);
+    SaveControl(*s_->c[2], s);
   }
   bool LoadTrack(host::ILoad& l) override {
-    std::unique_ptr<Control>* slots[3] = {&pos_, &rot_, &scl_};
+    std::unique_ptr<Control>* slots[3] = {&s_->c[0], &s_->c[1], &s_->c[2]};
     const ControlKind want[3] = {ControlKind::Position, ControlKind::Rotation, ControlKind::Scale};
     for (int i = 0; i < 3; ++i) {
       if (l.OpenChunk() != host::IOResult::Ok) return false;
@@ -488,7 +507,14 @@ class PRSControl final : public KeyControlBase {
   }
 
  private:
-  std::unique_ptr<Control> pos_, rot_, scl_;
+  // Swaps in a new sub-controller; the old one goes into the undo record when a hold is open.
+  void Replace(int i, std::unique_ptr<Control> c) {
+    std::swap(s_->c[i], c);
+    if (undo_ && undo_->Holding())
+      undo_->Put(std::make_unique<SubSlotRestore>(s_, i, std::move(c)));
+  }
+
+  std::shared_ptr<PRSSlots> s_;
   UndoStack* undo_;
 };
 

@@ -95,10 +95,20 @@ void SaveMesh(host::ISave& s, const Mesh& m) {
 IOResult LoadMesh(host::ILoad& l, Mesh& m) {
   m.FreeAll();
   IOResult r;
+  // Selection, channels and normals hold one entry per face: they must follow the faces,
+  // or resizing the faces afterwards would silently blank them.
+  bool haveFaces = false;
   while ((r = l.OpenChunk()) == IOResult::Ok) {
     bool ok = true;
     uint32_t n = 0;
-    switch (l.CurChunkID()) {
+    const uint16_t id = l.CurChunkID();
+    if ((id == kMeshSelChunk || id == kMeshMapChunk || id == kMeshNormalsChunk) && !haveFaces)
+      return IOResult::Error;
+    if (id == kMeshFacesChunk) {
+      if (haveFaces) return IOResult::Error;
+      haveFaces = true;
+    }
+    switch (id) {
       case kMeshVertsChunk:
         ok = Get(l, n) && GetPoints(l, n, m.verts);
         break;

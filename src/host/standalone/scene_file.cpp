@@ -1,5 +1,6 @@
 #include "host/standalone/scene_file.h"
 
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 
@@ -190,9 +191,22 @@ bool SaveScene(const Scene& scene, const std::string& path, std::string& error) 
   }
   w.EndChunk();
 
-  std::ofstream f(path, std::ios::binary | std::ios::trunc);
-  if (!f.write(reinterpret_cast<const char*>(w.Bytes().data()),
-               static_cast<std::streamsize>(w.Bytes().size()))) {
+  // Written beside the target and renamed over it, so that a failed write (a full disk)
+  // leaves the previous file as it was.
+  const std::string tmp = path + ".saving~";
+  {
+    std::ofstream f(tmp, std::ios::binary | std::ios::trunc);
+    f.write(reinterpret_cast<const char*>(w.Bytes().data()),
+            static_cast<std::streamsize>(w.Bytes().size()));
+    f.close();
+    if (!f) {
+      std::remove(tmp.c_str());
+      error = "cannot write \"" + path + "\"";
+      return false;
+    }
+  }
+  if (std::rename(tmp.c_str(), path.c_str()) != 0) {
+    std::remove(tmp.c_str());
     error = "cannot write \"" + path + "\"";
     return false;
   }
@@ -333,7 +347,10 @@ struct Loader {
     for (const Pending& p : made) {
       if (p.parent < -1 || p.parent >= static_cast<int32_t>(made.size()))
         return Fail("node parent out of range");
-      if (p.parent >= 0) s.Link(p.node, made[static_cast<size_t>(p.parent)].node);
+      if (p.parent < 0) continue;
+      SceneNode* parent = made[static_cast<size_t>(p.parent)].node;
+      s.Link(p.node, parent);
+      if (p.node->Parent() != parent) return Fail("the node hierarchy has a loop");
     }
     return true;
   }
