@@ -60,6 +60,10 @@ void ExpectTwoElementIndex(const kvCacheReader& r, bool normals) {
   EXPECT_TRUE(m.mapSupport(1));
   EXPECT_FALSE(m.mapSupport(2));
   EXPECT_TRUE(m.mapSupport(3));
+  // Exactly the carriers' map vertices; element 1 lacks channel 1 and uses its first one.
+  EXPECT_EQ(m.Map(1).verts.size(), 3u);
+  EXPECT_EQ(m.Map(3).verts.size(), 4u);
+  EXPECT_EQ(m.Map(1).faces[1].t[1], 0u);
   EXPECT_EQ(m.Map(1).verts[2], (kv::Point3{0.5f, 0.6f, 0}));
   EXPECT_EQ(m.Map(3).faces[1].t[0], 3u);  // element 1's corner 0 -> its map vertex 2, +1
   EXPECT_EQ(m.Map(3).verts[m.Map(3).faces[1].t[0]], (kv::Point3{0.9f, 0, 0}));
