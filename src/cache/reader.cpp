@@ -249,10 +249,16 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
     for (auto& [ch, count] : el.channels) {
       if (!in.Read(ch) || !in.Read(count)) return false;
       if (ch < 0 || ch > kMaxChannel || count < 0) return invalid();
-      if (el.lowChannel != kNoChannel && ch <= el.highChannel) return invalid();  // ascending
-      if (el.lowChannel == kNoChannel) el.lowChannel = ch;
-      el.highChannel = ch;
       elementBytes += uint64_t(count) * kPointSize + uint64_t(el.numFaces) * kMapFaceSize;
+    }
+    // The map blocks follow in channel order whatever the list's order; a channel listed
+    // twice would leave its blocks ambiguous.
+    std::sort(el.channels.begin(), el.channels.end());
+    for (size_t c = 1; c < el.channels.size(); ++c)
+      if (el.channels[c].first == el.channels[c - 1].first) return invalid();
+    if (!el.channels.empty()) {
+      el.lowChannel = el.channels.front().first;
+      el.highChannel = el.channels.back().first;
     }
     if (normalsByte) {
       uint8_t n = 0;
