@@ -14,9 +14,12 @@ const std::map<std::string, int> kOrtNames{{"hide", 0}, {"hold", 1}, {"loop", 2}
 const std::map<std::string, int> kLoadNames{{"stream", 0}, {"per-sample", 1}, {"pre-load", 2}};
 const std::map<std::string, int> kStepNames{
     {"frame", 0}, {"half", 1}, {"quarter", 2}, {"eighth", 3}};
-const std::map<std::string, int> kUnitNames{{"inches", 0},      {"feet", 1},        {"miles", 2},
-                                            {"millimeters", 3}, {"centimeters", 4}, {"meters", 5},
-                                            {"kilometers", 6}};
+// The unit drop-down spells millimeters "Milimeters": both spellings are accepted, as are the
+// -metres forms.
+const std::map<std::string, int> kUnitNames{
+    {"inches", 0},     {"feet", 1},        {"miles", 2},       {"millimeters", 3},
+    {"milimeters", 3}, {"millimetres", 3}, {"centimeters", 4}, {"centimetres", 4},
+    {"meters", 5},     {"metres", 5},      {"kilometers", 6},  {"kilometres", 6}};
 
 }  // namespace
 
@@ -26,6 +29,8 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
       "and plays it back.",
       "kvcache"};
   app.require_subcommand(1);
+  // --quiet may follow the command too (kvcache demo --quiet).
+  app.fallthrough();
   CommonArgs common;
   app.add_flag("-q,--quiet", common.quiet, "No progress bar");
 
@@ -104,6 +109,11 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     else
       err << "kvcache: " << e.what() << '\n';
     err << "Run with --help for more information.\n";
+    return kExitUsage;
+  }
+  if (record->parsed() && rec.output.empty()) {
+    err << "kvcache record: --output must name the cache file to write\n"
+        << "Run with --help for more information.\n";
     return kExitUsage;
   }
   if (play->parsed() && !pl.frame && !pl.ticks) {

@@ -9,7 +9,7 @@
 
 namespace kv::cli {
 
-int RunPlay(const PlayArgs& a, const CommonArgs&, std::ostream& out, std::ostream& err) {
+int RunPlay(const PlayArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err) {
   if (!IsMeshOutputPath(a.output)) {
     err << "kvcache play: the output must end in .obj, .ply or .glb: " << a.output << '\n';
     return kExitUsage;
@@ -42,6 +42,16 @@ int RunPlay(const PlayArgs& a, const CommonArgs&, std::ostream& out, std::ostrea
   {
     CachePlayer player(scene);
     player.Configure(a.file, a);
+    ProgressBar bar(err, !c.quiet);
+    bool cancelled = false;
+    const bool loaded = player.Preload(
+        [&](uint32_t done, uint32_t total) { return bar.Update("Loading", done, total); }, error,
+        cancelled);
+    bar.Finish();
+    if (!loaded) {
+      err << "kvcache play: " << error << '\n';
+      return cancelled ? kExitCancelled : kExitError;
+    }
     if (!player.Evaluate(t, mesh, error)) {
       err << error << '\n';
       return kExitError;

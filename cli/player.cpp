@@ -38,6 +38,30 @@ void CachePlayer::Configure(const std::string& file, const PlayArgs& a) {
   pb.SetString(P::kFileName, file);
 }
 
+bool CachePlayer::Preload(const std::function<bool(uint32_t, uint32_t)>& progress,
+                          std::string& error, bool& cancelled) {
+  cancelled = false;
+  const ParamBlock& pb = obj_->Params();
+  if (pb.GetInt(param::kLoadTypeLocal) != 2) return true;
+  const std::string path = scene_.ResolveAssetPath(pb.GetString(param::kFileName));
+  if (path.empty()) return true;
+  // The same entry the object acquires when it evaluates: it then finds every sample loaded.
+  KelvaneTools::kvCacheReader* reader = registry_.Acquire(&obj_->Playback(), path).reader;
+  if (!reader || reader->InError() || !reader->HasIndex()) return true;
+  using Fn = std::function<bool(uint32_t, uint32_t)>;
+  Fn fn = progress;
+  auto thunk = [](void* user, uint32_t done, uint32_t total) {
+    return (*static_cast<Fn*>(user))(done, total);
+  };
+  reader->SetProgressCallback(thunk, &fn);
+  const bool ok = reader->LoadAllSamples();
+  reader->SetProgressCallback(nullptr, nullptr);
+  if (ok) return true;
+  cancelled = reader->ErrorCode() == 7;
+  error = std::string(reader->ErrorMessageText());
+  return false;
+}
+
 bool CachePlayer::Evaluate(TimeValue t, Mesh& out, std::string& error) {
   if (!obj_->GetTriMesh(t, true, out)) {
     out.FreeAll();

@@ -2,6 +2,7 @@
 // renderer asks for its mesh.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -23,6 +24,13 @@ class CachePlayer {
 
   // Points the object at `file` and applies the playback and render options of `a`.
   void Configure(const std::string& file, const PlayArgs& a);
+  // With the "Pre-Load" type, reads every sample of the file now, reporting (done, total) to
+  // `progress`, which answers false to cancel: the read is the long part of playing a big
+  // cache. False with `error` set when the read failed or was cancelled (`cancelled` set);
+  // true with nothing done for the other load types or a file that does not open (Evaluate
+  // says why).
+  bool Preload(const std::function<bool(uint32_t, uint32_t)>& progress, std::string& error,
+               bool& cancelled);
   // The render mesh at scene time t. False with `error` set when the cache cannot be played.
   bool Evaluate(TimeValue t, Mesh& out, std::string& error);
 

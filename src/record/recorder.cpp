@@ -23,8 +23,10 @@ RecordRange ComputeRecordRange(int recStart, int recEnd, float recStep, int tick
   RecordRange r;
   r.start = FrameTicks(recStart, ticksPerFrame);
   const int64_t end = std::max<int64_t>(FrameTicks(recEnd, ticksPerFrame), r.start);
-  const double step = std::min<double>(static_cast<double>(recStep) * ticksPerFrame, 1e9);
-  r.step = std::max<TimeValue>(1, static_cast<TimeValue>(step));
+  // The product is taken in float, as the step spinner holds it: 0.7 frames at 160 ticks is
+  // 112 ticks, where double arithmetic would give 111.99999 and truncate to 111.
+  const float step = recStep * static_cast<float>(ticksPerFrame);
+  r.step = step >= 1.0f ? static_cast<TimeValue>(std::min(step, 1e9f)) : 1;  // NaN gives 1
   // The file counts samples as (end - start + step) / step in 32 bits: keep that in range.
   const int64_t span = std::min<int64_t>(end - r.start, int64_t{kTimePosInfinity} - r.step);
   r.end = static_cast<TimeValue>(r.start + (span / r.step) * r.step);
@@ -109,12 +111,19 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     if (opt.progress && !opt.progress(status, pct)) go = false;
     return go;
   };
+  host::Hold& undo = ip_.GetHold();
+  // Temporary nodes are made by the recording, so taking their deletion back would only
+  // bring back nodes the user never made: undo stays suspended around it on every path.
   auto deleteTemporaries = [&] {
     if (temporaries.empty()) return;
-    host::ScopedHold hold(ip_.GetHold());
-    for (host::Node* n : temporaries)
-      if (n && !n->IsDeleted()) ip_.DeleteNode(n);
-    hold.Accept(txt::DeleteTmpObjects());
+    undo.Suspend();
+    {
+      host::ScopedHold hold(undo);
+      for (host::Node* n : temporaries)
+        if (n && !n->IsDeleted()) ip_.DeleteNode(n);
+      hold.Accept(txt::DeleteTmpObjects());
+    }
+    undo.Resume();
     ip_.RedrawViews(ip_.GetTime());
   };
   auto nothingToCache = [&] {
@@ -166,6 +175,18 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
   }
   res.path = path;
 
+  // 7. Nothing from here to the new file name belongs on the undo stack.
+  struct Suspension {
+    host::Hold& h;
+    bool on = true;
+    void End() {
+      if (on) h.Resume();
+      on = false;
+    }
+    ~Suspension() { End(); }
+  } suspended{undo};
+  undo.Suspend();
+
   if (elements.empty()) return nothingToCache();
 
   // 8. Samples are stored relative to the object's own node so the played mesh lands where
@@ -179,14 +200,6 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
   int code = 0;
   std::string message;
   {
-    // 7. Nothing of the capture and the write belongs on the undo stack.
-    host::Hold& hold = ip_.GetHold();
-    hold.Suspend();
-    struct ResumeOnExit {
-      host::Hold& h;
-      ~ResumeOnExit() { h.Resume(); }
-    } resume{hold};
-
     // 9. Capture meshes.
     std::vector<Lifetime> accepted;
     accepted.reserve(elements.size());
@@ -215,7 +228,7 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
   }
   if (writer.Count() == 0) return nothingToCache();
 
-  // 12. Undo is back on: the deletion is one step the user can take back.
+  // 12.
   deleteTemporaries();
 
   // 13. Failure: the temporary file goes, the target is as it was.
@@ -251,8 +264,9 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
   target.OnRecorded(path);
   target.SetStatus("");
   ip_.SetStatusText("");
+  suspended.End();
 
-  // 18.
+  // 18. Emptying the list is the user's to take back.
   if (target.ClearNodeList()) {
     host::ScopedHold h(ip_.GetHold());
     target.EmptyNodeList();

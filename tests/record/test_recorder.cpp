@@ -284,7 +284,7 @@ TEST_F(PreviousCache, UncreatableAndUnrenamableTargetsFailCleanly) {
         << e.path();
 }
 
-TEST_F(RecorderTest, RigidLibraryExpandsNodesAndItsTemporariesAreDeletedUndoably) {
+TEST_F(RecorderTest, RigidLibraryExpandsNodesAndItsTemporariesAreDeletedForGood) {
   scene_.SetPluginsFolder(KV_TEST_PLUGINS_DIR);
   SceneNode* group = Tri("Group", {{0, 0, 0}});
   SceneNode* c1 = Tri("Piece1", {{1, 0, 0}});
@@ -310,9 +310,19 @@ TEST_F(RecorderTest, RigidLibraryExpandsNodesAndItsTemporariesAreDeletedUndoably
 
   EXPECT_TRUE(group->IsDeleted());
   EXPECT_FALSE(c1->IsDeleted());
-  EXPECT_EQ(scene_.UndoHistory().UndoLabel(), "Delete tmp objects");
-  ASSERT_TRUE(scene_.Undo());
-  EXPECT_FALSE(group->IsDeleted());
+  // The recording leaves nothing on the undo stack that would bring a temporary back.
+  EXPECT_EQ(scene_.UndoHistory().NumUndoSteps(), 0);
+  EXPECT_FALSE(scene_.GetHold().IsSuspended());
+
+  // Nothing recordable: the temporaries still go, and undo is on again afterwards.
+  SceneNode* empty = static_cast<SceneNode*>(scene_.CreateMeshNode(Mesh(), "Empty"));
+  SceneNode* shell = Tri("Shell", {{0, 0, 0}});
+  scene_.Link(empty, shell);
+  SettingsRecordTarget none(scene_, Settings({shell}, "none.kvc", 0, 1));
+  EXPECT_EQ(Run(none, true).status, RecordStatus::NothingToCache);
+  EXPECT_TRUE(shell->IsDeleted());
+  EXPECT_EQ(scene_.UndoHistory().NumUndoSteps(), 0);
+  EXPECT_FALSE(scene_.GetHold().IsSuspended());
 }
 
 TEST_F(RecorderTest, LifetimesAtOtherFrameRatesCoverTheWholeRecordedRange) {
