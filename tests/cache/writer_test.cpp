@@ -301,6 +301,10 @@ TEST(CacheWriter, BuffersSamplesAndHonoursCancel) {
     EXPECT_EQ(c.ErrorCode(), kErrCancelled);
     EXPECT_EQ(c.ErrorMessageText(), "Operation cancelled.");
     EXPECT_EQ(log.calls.size(), at);
+    // Only a new writer clears the code: a later successful write leaves it.
+    log.cancelAt = SIZE_MAX;
+    EXPECT_TRUE(c.Write());
+    EXPECT_EQ(c.ErrorCode(), kErrCancelled);
   }
 }
 
