@@ -56,9 +56,18 @@ int main(int argc, char** argv) {
       SeedSource src(elements);
       const std::string path = std::string(argv[1]) + "/v" + std::to_string(version) + "_" +
                                std::to_string(elements) + ".kvc";
-      kvCacheWriter w(path, kv::Matrix3(), 0, 480, 160, version, src);
+      // The writer's version 3 records lack the normals byte that readers expect: a version 3
+      // seed is a version 2 file with its version byte changed.
+      kvCacheWriter w(path, kv::Matrix3(), 0, 480, 160, version == 3 ? 2 : version, src);
       for (int i = 0; i < elements; ++i) w.AddElement(i, 0);
-      written += w.Write() ? 1 : 0;
+      if (!w.Write()) continue;
+      if (version == 3) {
+        std::FILE* f = std::fopen(path.c_str(), "r+b");
+        const bool ok = f && std::fseek(f, 7, SEEK_SET) == 0 && std::fputc(3, f) == 3;
+        if (f) std::fclose(f);
+        if (!ok) continue;
+      }
+      ++written;
     }
   }
   std::printf("%d seeds\n", written);

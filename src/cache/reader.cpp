@@ -8,6 +8,7 @@
 
 #include "geom/transform_points.h"
 #include "host/interface.h"
+#include "res/strings.h"
 
 namespace KelvaneTools {
 
@@ -248,10 +249,16 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
     for (auto& [ch, count] : el.channels) {
       if (!in.Read(ch) || !in.Read(count)) return false;
       if (ch < 0 || ch > kMaxChannel || count < 0) return invalid();
-      if (el.lowChannel != kNoChannel && ch <= el.highChannel) return invalid();  // ascending
-      if (el.lowChannel == kNoChannel) el.lowChannel = ch;
-      el.highChannel = ch;
       elementBytes += uint64_t(count) * kPointSize + uint64_t(el.numFaces) * kMapFaceSize;
+    }
+    // The map blocks follow in channel order whatever the list's order; a channel listed
+    // twice would leave its blocks ambiguous.
+    std::sort(el.channels.begin(), el.channels.end());
+    for (size_t c = 1; c < el.channels.size(); ++c)
+      if (el.channels[c].first == el.channels[c - 1].first) return invalid();
+    if (!el.channels.empty()) {
+      el.lowChannel = el.channels.front().first;
+      el.highChannel = el.channels.back().first;
     }
     if (normalsByte) {
       uint8_t n = 0;
@@ -330,10 +337,11 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
     std::vector<int32_t>& offsets = mapOffset_[size_t(ch)];
     offsets.assign(elements_.size(), -1);
     map.support = true;
-    // Elements without the channel point at one extra zero vertex at the end.
-    map.verts.resize(size_t(total) + 1);
+    // The channel holds exactly its carriers' map vertices; the faces of elements without
+    // it use its first one.
+    map.verts.resize(size_t(total));
     map.faces.resize(size_t(totalFaces_));
-    const uint32_t spare = uint32_t(total);
+    bool uncarriedFaces = false;
     int32_t next = 0;
     for (size_t e = 0; e < elements_.size(); ++e) {
       const CacheElement& el = elements_[e];
@@ -342,7 +350,8 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
         if (c.first == ch) count = c.second;
       kv::TVFace* faces = map.faces.data() + el.faceOffset;
       if (count < 0) {
-        for (int32_t f = 0; f < el.numFaces; ++f) faces[f] = {{spare, spare, spare}};
+        std::fill_n(faces, el.numFaces, kv::TVFace{});
+        uncarriedFaces |= el.numFaces > 0;
         continue;
       }
       offsets[e] = next;
@@ -356,6 +365,9 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
       }
       next += count;
     }
+    // Carriers without map vertices leave nothing to point at: one zero vertex keeps the
+    // other elements' faces valid.
+    if (total == 0 && uncarriedFaces) map.verts.resize(1);
   }
 
   BuildCombinedBoxes();
@@ -786,7 +798,7 @@ uint64_t kvCacheReader::LoadedDataSize() const {
 
 std::string kvCacheReader::StatusText() const {
   if (InError()) return std::string(ErrorMessageText());
-  if (!indexed_ || header_.numSamples == 0) return std::string(kMsgFileNotFound);
+  if (!indexed_ || header_.numSamples == 0) return kv::res::GetString(kv::res::IDS_FILE_NOT_FOUND);
   return "F:" + SizeText(FileDataSize()) + ", M:" + SizeText(LoadedDataSize());
 }
 

@@ -4,7 +4,6 @@
 #include <climits>
 #include <cstring>
 #include <exception>
-#include <filesystem>
 #include <limits>
 
 #include "host/interface.h"
@@ -36,11 +35,21 @@ struct Out {
   }
 };
 
-// Characters of a UTF-8 string: bytes that do not continue a sequence.
-size_t CharCount(const std::string& s) {
+// Length of a UTF-8 string in wide (UTF-16) characters: one per sequence, two for a
+// character beyond the basic plane, which takes a surrogate pair.
+size_t WideLength(const std::string& s) {
   size_t n = 0;
-  for (unsigned char c : s) n += (c & 0xC0) != 0x80;
+  for (unsigned char c : s) n += ((c & 0xC0) != 0x80) + (c >= 0xF0);
   return n;
+}
+
+// The file name without folder and extension, either separator counting ("shot" for
+// "D:/work/shot.kvc"); empty for a name that is all extension (".kvc").
+std::string BaseName(const std::string& path) {
+  const size_t slash = path.find_last_of("/\\");
+  std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+  if (const size_t dot = name.rfind('.'); dot != std::string::npos) name.resize(dot);
+  return name;
 }
 
 constexpr size_t kFlushBytes = 1u << 20;
@@ -116,7 +125,7 @@ bool kvCacheWriter::BuildCombinedMaterial() {
       }
     }
     if (combined_) {
-      const std::string base = std::filesystem::path(fileName_).stem().string();
+      const std::string base = BaseName(fileName_);
       combined_->SetName(base.empty() ? "KV Cache" : base);
     }
   } catch (...) {
@@ -188,8 +197,9 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
       error_ = kErrException;
       return false;
     }
-    // The name's character count, then that many bytes of its UTF-8 form.
-    const size_t chars = CharCount(name);
+    // The name's length in wide characters, then that many bytes of its UTF-8 form (a name
+    // whose UTF-8 form is longer is cut short).
+    const size_t chars = std::min(WideLength(name), name.size());
     out.Reserve(4 + chars + 24 + 12 + 8 * channels_.size() + 1);
     out.put(int32_t(chars));
     name.resize(chars);
@@ -212,7 +222,8 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
       out.put(int32_t(m.Map(ch).verts.size()));
       predicted += m.Map(ch).verts.size() * kPointSize + size_t(m.numFaces()) * kMapFaceSize;
     }
-    if (HasNormalsByte(version)) out.put(uint8_t(m.hasSpecNormals() && m.numFaces() > 0));
+    // Only version 2 records carry the normals byte; version 3 faces still carry normals.
+    if (version == 2) out.put(uint8_t(m.hasSpecNormals() && m.numFaces() > 0));
     predicted += size_t(m.numVerts()) * kPointSize + size_t(m.numFaces()) * faceSize;
     if (out.n >= kFlushBytes && !Flush(buf, out.n)) return false;
   }

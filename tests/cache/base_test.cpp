@@ -33,6 +33,7 @@ TEST(CacheBase, SizeText) {
   EXPECT_EQ(SizeText(1023), "1023 B");
   EXPECT_EQ(SizeText(1024), "1 KB");
   EXPECT_EQ(SizeText(1536), "1.50 KB");
+  EXPECT_EQ(SizeText(1048577), "1.00 MB");
   EXPECT_EQ(SizeText(5ull << 20), "5 MB");
   EXPECT_EQ(SizeText((1ull << 30) + (1ull << 29)), "1.50 GB");
   EXPECT_EQ(SizeText(3ull << 40), "3 TB");

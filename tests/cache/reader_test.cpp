@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "fixtures.h"
 #include "host/standalone/scene.h"
 
@@ -60,6 +62,10 @@ void ExpectTwoElementIndex(const kvCacheReader& r, bool normals) {
   EXPECT_TRUE(m.mapSupport(1));
   EXPECT_FALSE(m.mapSupport(2));
   EXPECT_TRUE(m.mapSupport(3));
+  // Exactly the carriers' map vertices; element 1 lacks channel 1 and uses its first one.
+  EXPECT_EQ(m.Map(1).verts.size(), 3u);
+  EXPECT_EQ(m.Map(3).verts.size(), 4u);
+  EXPECT_EQ(m.Map(1).faces[1].t[1], 0u);
   EXPECT_EQ(m.Map(1).verts[2], (kv::Point3{0.5f, 0.6f, 0}));
   EXPECT_EQ(m.Map(3).faces[1].t[0], 3u);  // element 1's corner 0 -> its map vertex 2, +1
   EXPECT_EQ(m.Map(3).verts[m.Map(3).faces[1].t[0]], (kv::Point3{0.9f, 0, 0}));
@@ -95,6 +101,18 @@ TEST(CacheReaderOpen, ReadsEveryVersionFromHandBuiltBytes) {
     EXPECT_EQ(r.Version(), version);
     ExpectTwoElementIndex(r, version >= 2);
   }
+  // Element 0 lists channel 3 before channel 1: its map blocks still follow channel order.
+  Bytes f = kvtest::TwoElementCache(2);
+  const size_t list0 = 256 + 4 + 4 + 24 + 12;
+  f.PatchI32(list0, 3);
+  f.PatchI32(list0 + 4, 1);
+  f.PatchI32(list0 + 8, 1);
+  f.PatchI32(list0 + 12, 3);
+  TempFile file("order");
+  file.Write(f.b);
+  kvCacheReader r(file.path);
+  ASSERT_TRUE(r.Open()) << r.ErrorMessageText();
+  ExpectTwoElementIndex(r, true);
 }
 
 TEST(CacheReaderOpen, RejectsEveryBrokenHeaderRule) {
@@ -174,7 +192,7 @@ TEST(CacheReaderOpen, HostileCountsFailWithoutLargeAllocations) {
       {"negative face count", counts0 + 4, -1, kErrInvalidFile},
       {"too many channels", counts0 + 8, 101, kErrInvalidFile},
       {"channel out of range", counts0 + 12, 100, kErrInvalidFile},
-      {"channels not ascending", counts0 + 20, 1, kErrInvalidFile},
+      {"channel listed twice", counts0 + 20, 1, kErrInvalidFile},
       {"huge map count", counts0 + 16, 0x7FFFFFFF, kErrReadPastEof},
       {"vertex index out of range", geo + 36 + 8, 3, kErrInvalidFile},
   };
@@ -253,6 +271,25 @@ TEST(CacheReaderSamples, LoadsBlocksOnDemandAndHonoursKeepOpen) {
   EXPECT_TRUE(r.SampleVisible(1, 1));
   EXPECT_EQ(r.StatusText(), "F:268 B, M:268 B");
 
+  // "Stream" keeps the file open between blocks and closes it once every block is in.
+  kvCacheReader stream(file.path);
+  ASSERT_TRUE(stream.Open());
+  ASSERT_TRUE(stream.LoadSample(0, false));
+  EXPECT_TRUE(stream.IsOpen());
+  ASSERT_TRUE(stream.LoadSample(1, false));
+  EXPECT_FALSE(stream.IsOpen());
+
+  // A block cut short since the open: code 3, index dropped, file closed.
+  kvCacheReader cut(file.path);
+  cut.SetKeepOpen(false);
+  ASSERT_TRUE(cut.Open());
+  std::filesystem::resize_file(file.path, std::filesystem::file_size(file.path) - 10);
+  EXPECT_FALSE(cut.LoadSample(1, false));
+  EXPECT_EQ(cut.ErrorCode(), kErrReadPastEof);
+  EXPECT_FALSE(cut.HasIndex());
+  EXPECT_FALSE(cut.IsOpen());
+  file.Write(kvtest::TwoElementCache(2).b);
+
   // A block that is not loaded yet, with the file gone since: code 2, index dropped.
   kvCacheReader gone(file.path);
   gone.SetKeepOpen(false);
@@ -294,6 +331,9 @@ TEST(CacheReaderSamples, PreLoadReportsProgressAndCanBeCancelled) {
   EXPECT_EQ(r.ErrorMessageText(), "Operation cancelled.");
   EXPECT_FALSE(r.InError());
   EXPECT_EQ(r.NumSamplesLoaded(), 2);
+  // The next load starts from a clean code.
+  ASSERT_TRUE(r.LoadSample(4, true));
+  EXPECT_EQ(r.ErrorCode(), kErrNone);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // A scene simulated and exported by another program, recorded through the host's nodes into
 // a cache and played back: every frame must show the positions that program computed.
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <cmath>
 #include <filesystem>
@@ -12,46 +11,25 @@
 #include "cache_bytes.h"
 #include "host/standalone/gltf.h"
 #include "host/standalone/scene.h"
+#include "support/shared_data.h"
 
 using namespace KelvaneTools;
 namespace fs = std::filesystem;
 
 namespace {
 
-fs::path SharedData() {
-  const char* env = std::getenv("KV_SHARED_DATA_DIR");
-  return env ? fs::path(env) : fs::path(KV_SHARED_DATA_DIR);
-}
-
-std::string Gunzip(const fs::path& p) {
-  gzFile f = gzopen(p.string().c_str(), "rb");
-  if (!f) return {};
-  std::string out;
-  char buf[1 << 16];
-  int n;
-  while ((n = gzread(f, buf, sizeof buf)) > 0) out.append(buf, static_cast<size_t>(n));
-  gzclose(f);
-  return out;
-}
-
-// Largest distance from a point of `a` to its nearest point of `b`.
-float Coverage(const std::vector<kv::Point3>& a, const std::vector<kv::Point3>& b) {
-  float worst = 0;
-  for (const kv::Point3& p : a) {
-    float best = 1e30f;
-    for (const kv::Point3& q : b) best = std::min(best, (p - q).LengthSquared());
-    worst = std::max(worst, best);
-  }
-  return std::sqrt(worst);
-}
+using kvtest::PointSetDistance;
+using kvtest::ReadGzip;
+using kvtest::SharedDataDir;
 
 TEST(CacheRealData, RecordedSimulationPlaysBackAsItsAuthorShowsIt) {
-  const std::string text = Gunzip(SharedData() / "blender-stack-positions.json.gz");
-  ASSERT_FALSE(text.empty()) << "missing shared data in " << SharedData();
+  const std::string text = ReadGzip(SharedDataDir() / "blender-stack-positions.json.gz");
+  ASSERT_FALSE(text.empty()) << "missing shared data in " << SharedDataDir();
   const nlohmann::json ref = nlohmann::json::parse(text);
   kv::standalone::Scene scene;
   std::string err;
-  ASSERT_TRUE(kv::standalone::ImportGltf(scene, (SharedData() / "blender-stack.glb").string(), err))
+  ASSERT_TRUE(
+      kv::standalone::ImportGltf(scene, (SharedDataDir() / "blender-stack.glb").string(), err))
       << err;
 
   std::vector<std::string> names;
@@ -92,8 +70,7 @@ TEST(CacheRealData, RecordedSimulationPlaysBackAsItsAuthorShowsIt) {
       std::vector<kv::Point3> theirs;
       for (const auto& p : objects[names[e]])
         theirs.push_back({p[0].get<float>(), p[1].get<float>(), p[2].get<float>()});
-      EXPECT_LT(Coverage(theirs, ours), 1e-3f) << names[e] << " frame " << frame;
-      EXPECT_LT(Coverage(ours, theirs), 1e-3f) << names[e] << " frame " << frame;
+      EXPECT_LT(PointSetDistance(theirs, ours), 1e-3f) << names[e] << " frame " << frame;
       ++compared;
     }
   }

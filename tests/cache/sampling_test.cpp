@@ -99,6 +99,19 @@ TEST(MapTimeToSamples, LoopAndPingPong) {
   const Mapped ppBack = Map(-3, 11, kOrtPingPong, kOrtHold);
   EXPECT_EQ(ppBack.a, 3);
   EXPECT_TRUE(ppBack.before);
+
+  // After a "Loop" or "Ping-Pong" adjustment before the start the in-type also rules the end:
+  // an out-type "Hide" does not hide a time folded onto the last sample.
+  const Mapped looped = Map(-3.25f, 5, kOrtLoop, kOrtHide);
+  EXPECT_TRUE(looped.shown && looped.interp && looped.before && looped.after);
+  EXPECT_EQ(looped.a, 0);
+  EXPECT_EQ(looped.b, 1);
+  EXPECT_FLOAT_EQ(looped.f, 0.75f);
+  const Mapped bounced = Map(-4.5f, 5, kOrtPingPong, kOrtHide);
+  EXPECT_TRUE(bounced.shown && bounced.interp);
+  EXPECT_EQ(bounced.a, 3);
+  EXPECT_EQ(bounced.b, 4);
+  EXPECT_FLOAT_EQ(bounced.f, 0.5f);
 }
 
 TEST(MapTimeToSamples, SingleAndNoSample) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <functional>
 #include <stdexcept>
 
@@ -70,39 +71,53 @@ TEST(CacheWriter, WritesTheExactLayout) {
   src.names = {"Tri"};
   src.meshes = {Triangle(0, 1)};
   src.meshes[0].faceSel.Set(0);
+  src.meshes[0].specNormals.assign(3, {0, 0, 1});
   AddChannel(src.meshes[0], 1, {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}});
   src.hidden = [](int, kv::TimeValue t) { return t == 60; };
-  TempFile file("layout");
-  // A step that does not divide the range: samples at 0, 30, 60, 90.
-  kvCacheWriter w(file.path, kv::TransMatrix({0, 0, 1}), 0, 100, 30, 2, src);
-  ASSERT_TRUE(w.AddElement(0, 0));
-  ASSERT_TRUE(w.Write());
+  // Version 1 has short faces; only version 2 records carry the normals byte, while
+  // version 3 faces still carry the normals.
+  for (uint8_t version : {1, 2, 3}) {
+    SCOPED_TRACE(int(version));
+    TempFile file("layout");
+    // A step that does not divide the range: samples at 0, 30, 60, 90.
+    kvCacheWriter w(file.path, kv::TransMatrix({0, 0, 1}), 0, 100, 30, version, src);
+    ASSERT_TRUE(w.AddElement(0, 0));
+    ASSERT_TRUE(w.Write());
 
-  Bytes e;
-  kvtest::HeaderFields h;
-  h.end = 100;
-  h.step = 30;
-  h.fps = 25;
-  h.samples = 4;
-  h.hasVis = 1;
-  kvtest::PutHeader(e, h);
-  e.zeros(256 - e.size());
-  e.i32(3).str("Tri").f32(0).f32(0).f32(0).f32(1).f32(1).f32(0);
-  e.i32(3).i32(1).i32(1).i32(1).i32(3).u8(0);
-  e.f32(0).f32(0).f32(0).f32(1).f32(0).f32(0).f32(0).f32(1).f32(0);
-  e.u16(1).u32(3).u8(5).u8(1).u32(0).u32(1).u32(2).zeros(36);
-  e.f32(0).f32(0).f32(0).f32(1).f32(0).f32(0).f32(0).f32(1).f32(0).u32(0).u32(1).u32(2);
-  e.PatchI32(kvtest::kTableOffsetField, int32_t(e.size()));
-  for (int t = 0; t <= 90; t += 30) kvtest::PutSample(e, 1, float(t), 0, 1, t != 60);
+    Bytes e;
+    kvtest::HeaderFields h;
+    h.version = version;
+    h.end = 100;
+    h.step = 30;
+    h.fps = 25;
+    h.samples = 4;
+    h.hasVis = 1;
+    kvtest::PutHeader(e, h);
+    e.zeros(256 - e.size());
+    e.i32(3).str("Tri").f32(0).f32(0).f32(0).f32(1).f32(1).f32(0);
+    e.i32(3).i32(1).i32(1).i32(1).i32(3);
+    if (version == 2) e.u8(1);
+    e.f32(0).f32(0).f32(0).f32(1).f32(0).f32(0).f32(0).f32(1).f32(0);
+    e.u16(1).u32(3).u8(5).u8(1).u32(0).u32(1).u32(2);
+    if (version == 1)
+      e.zeros(12);
+    else
+      for (int c = 0; c < 3; ++c) e.f32(0).f32(0).f32(1);
+    e.f32(0).f32(0).f32(0).f32(1).f32(0).f32(0).f32(0).f32(1).f32(0).u32(0).u32(1).u32(2);
+    e.PatchI32(kvtest::kTableOffsetField, int32_t(e.size()));
+    for (int t = 0; t <= 90; t += 30) kvtest::PutSample(e, 1, float(t), 0, 1, t != 60);
 
-  const std::vector<uint8_t> got = file.Read();
-  ASSERT_EQ(got.size(), e.b.size());
-  for (size_t i = 0; i < got.size(); ++i) ASSERT_EQ(got[i], e.b[i]) << "first difference at " << i;
+    const std::vector<uint8_t> got = file.Read();
+    ASSERT_EQ(got.size(), e.b.size());
+    for (size_t i = 0; i < got.size(); ++i)
+      ASSERT_EQ(got[i], e.b[i]) << "first difference at " << i;
+  }
 }
 
 TEST(CacheWriter, ReaderGetsBackWhatWasWritten) {
   TestSource src;
-  src.names = {"Kiste", "Würfel", "Plain"};
+  // Two characters beyond the basic plane count four wide characters: four bytes, one of them.
+  src.names = {"Kiste", "Würfel", "\xF0\x9F\x98\x80\xF0\x9F\x98\x81"};
   src.meshes = {Triangle(0, 0), Triangle(5, 2), Triangle(9, 1)};
   AddChannel(src.meshes[0], 1, {{0.5f, 0.5f, 0}, {1, 0, 0}, {0, 1, 0}});
   AddChannel(src.meshes[1], 3, {{0.25f, 0, 0}, {0.5f, 0, 0}, {0.75f, 0, 0}});
@@ -122,6 +137,7 @@ TEST(CacheWriter, ReaderGetsBackWhatWasWritten) {
   EXPECT_EQ(r.NumSamples(), 4);
   EXPECT_EQ(r.FrameRate(), 25);
   EXPECT_EQ(r.Element(1).name, "W\xC3\xBCrfe");  // 6 characters, 6 bytes kept
+  EXPECT_EQ(r.Element(2).name, "\xF0\x9F\x98\x80");
   EXPECT_EQ(r.Element(2).numVerts, 3);
   EXPECT_TRUE(r.Element(1).hasNormals);
   EXPECT_FALSE(r.Element(0).hasNormals);
@@ -191,6 +207,19 @@ TEST(CacheWriter, CombinesMaterialsAndSavesTheLibrary) {
   EXPECT_EQ(r.Element(2).matIds[0], 1);
   ASSERT_EQ(r.MaterialLibrary()->Count(), 1);
   EXPECT_EQ(r.MaterialLibrary()->At(0)->GetName(), w.CombinedMaterial()->GetName());
+
+  // A file name that is all extension has no base name to give.
+  const std::filesystem::path dir =
+      std::filesystem::temp_directory_path() / ("kvtest_" + std::to_string(getpid()) + "_dot");
+  std::filesystem::create_directories(dir);
+  {
+    kvCacheWriter d((dir / ".kvc").string(), kv::Matrix3(), 0, 0, 160, 2, src, &host);
+    ASSERT_TRUE(d.AddElement(2, 0));
+    ASSERT_TRUE(d.Write());
+    ASSERT_NE(d.CombinedMaterial(), nullptr);
+    EXPECT_EQ(d.CombinedMaterial()->GetName(), "KV Cache");
+  }
+  std::filesystem::remove_all(dir);
 }
 
 TEST(CacheWriter, FailuresLeaveCodes) {
@@ -272,6 +301,10 @@ TEST(CacheWriter, BuffersSamplesAndHonoursCancel) {
     EXPECT_EQ(c.ErrorCode(), kErrCancelled);
     EXPECT_EQ(c.ErrorMessageText(), "Operation cancelled.");
     EXPECT_EQ(log.calls.size(), at);
+    // Only a new writer clears the code: a later successful write leaves it.
+    log.cancelAt = SIZE_MAX;
+    EXPECT_TRUE(c.Write());
+    EXPECT_EQ(c.ErrorCode(), kErrCancelled);
   }
 }
 

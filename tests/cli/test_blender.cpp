@@ -22,24 +22,11 @@ using testing::Call;
 using testing::ObjVertices;
 using testing::PointSetDistance;
 
-std::string Gunzip(const std::string& path) {
-  gzFile f = gzopen(path.c_str(), "rb");
-  if (!f) return {};
-  std::string s;
-  char buf[1 << 16];
-  for (int n; (n = gzread(f, buf, sizeof buf)) > 0;) s.append(buf, static_cast<size_t>(n));
-  gzclose(f);
-  return s;
-}
-
 // A rigid-body simulation made and evaluated by another program: recorded from its glTF
 // export and played back, every object must sit where its author's program puts it.
 TEST(BlenderData, RecordedAndPlayedBackWhereBlenderPutsIt) {
-  // The data folder sits beside the source tree; KV_SHARED_DATA_DIR in the environment
-  // overrides it for trees checked out elsewhere.
-  const char* env = std::getenv("KV_SHARED_DATA_DIR");
-  const std::string data = env ? env : KV_SHARED_DATA_DIR;
-  const std::string text = Gunzip(data + "/blender-stack-positions.json.gz");
+  const std::string data = kvtest::SharedDataDir().string();
+  const std::string text = kvtest::ReadGzip(data + "/blender-stack-positions.json.gz");
   ASSERT_FALSE(text.empty()) << "cannot read " << data << "/blender-stack-positions.json.gz";
   const nlohmann::json ref = nlohmann::json::parse(text, nullptr, false);
   ASSERT_FALSE(ref.is_discarded());

@@ -52,18 +52,6 @@ TEST(DemoSim, WallIsStruckAndKnockedOver) {
     }
 }
 
-TEST(DemoSim, SameOptionsGiveIdenticalPoses) {
-  bool d1 = false, d2 = false;
-  const DemoSimResult a = RunDemoSimulation(Small(), nullptr, d1);
-  const DemoSimResult b = RunDemoSimulation(Small(), nullptr, d2);
-  ASSERT_EQ(a.bodies.size(), b.bodies.size());
-  for (size_t i = 0; i < a.bodies.size(); ++i)
-    for (size_t f = 0; f < a.bodies[i].poses.size(); ++f) {
-      ASSERT_EQ(a.bodies[i].poses[f].pos, b.bodies[i].poses[f].pos);
-      ASSERT_EQ(a.bodies[i].poses[f].rot, b.bodies[i].poses[f].rot);
-    }
-}
-
 TEST(DemoSim, StoppingThroughProgressKeepsWhatWasSimulated) {
   bool done = true;
   int calls = 0;

@@ -11,6 +11,7 @@
 #include "cache/reader.h"
 #include "host/standalone/scene.h"
 #include "record/recorder.h"
+#include "support/bytes.h"
 
 namespace kv {
 namespace {
@@ -20,10 +21,7 @@ using standalone::Scene;
 using standalone::SceneNode;
 
 std::string Slurp(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
+  return kvtest::ReadFile(p.string());
 }
 
 Mesh Triangle() {
@@ -36,24 +34,7 @@ Mesh Triangle() {
   return m;
 }
 
-// Little-endian byte builder for expected files.
-struct Bytes {
-  std::string s;
-  Bytes& raw(const std::string& t) { return s += t, *this; }
-  Bytes& u8(uint8_t v) { return s.push_back(static_cast<char>(v)), *this; }
-  template <class T>
-  Bytes& put(T v) {
-    char b[sizeof v];
-    std::memcpy(b, &v, sizeof v);
-    s.append(b, sizeof v);
-    return *this;
-  }
-  Bytes& i32(int32_t v) { return put(v); }
-  Bytes& u32(uint32_t v) { return put(v); }
-  Bytes& u16(uint16_t v) { return put(v); }
-  Bytes& f(float v) { return put(v); }
-  Bytes& zeros(size_t n) { return s.append(n, '\0'), *this; }
-};
+using kvtest::Bytes;
 
 class RecorderTest : public ::testing::Test {
  protected:
