@@ -3,13 +3,14 @@
 #include "host/standalone/gltf.h"
 
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <functional>
 #include <nlohmann/json.hpp>
+
+#include "support/shared_data.h"
 
 namespace kv::standalone {
 namespace {
@@ -21,11 +22,6 @@ fs::path TempDir(const std::string& name) {
   fs::remove_all(p);
   fs::create_directories(p);
   return p;
-}
-
-fs::path SharedData() {
-  const char* env = std::getenv("KV_SHARED_DATA_DIR");
-  return env ? fs::path(env) : fs::path(KV_SHARED_DATA_DIR);
 }
 
 // One mesh of two primitives (two materials, normals and UVs on the first), a root node
@@ -400,20 +396,9 @@ TEST(Gltf, ExportPassesTheValidatorAndImportsBack) {
   fs::remove_all(dir);
 }
 
-std::string Gunzip(const fs::path& p) {
-  gzFile f = gzopen(p.string().c_str(), "rb");
-  if (!f) return {};
-  std::string out;
-  char buf[1 << 16];
-  int n;
-  while ((n = gzread(f, buf, sizeof buf)) > 0) out.append(buf, static_cast<size_t>(n));
-  gzclose(f);
-  return out;
-}
-
 TEST(Gltf, BlenderSceneMatchesBlendersOwnPositions) {
-  const fs::path data = SharedData();
-  const std::string text = Gunzip(data / "blender-stack-positions.json.gz");
+  const fs::path data = kvtest::SharedDataDir();
+  const std::string text = kvtest::ReadGzip(data / "blender-stack-positions.json.gz");
   ASSERT_FALSE(text.empty()) << "missing " << (data / "blender-stack-positions.json.gz");
   const nlohmann::json ref = nlohmann::json::parse(text);
   Scene s;
@@ -436,17 +421,7 @@ TEST(Gltf, BlenderSceneMatchesBlendersOwnPositions) {
       for (const auto& p : points)
         theirs.push_back({p[0].get<float>(), p[1].get<float>(), p[2].get<float>()});
       // As point sets: every point of each has a partner in the other.
-      auto covered = [](const std::vector<Point3>& a, const std::vector<Point3>& b) {
-        float worst = 0;
-        for (const Point3& p : a) {
-          float best = 1e30f;
-          for (const Point3& q : b) best = std::min(best, (p - q).LengthSquared());
-          worst = std::max(worst, best);
-        }
-        return std::sqrt(worst);
-      };
-      EXPECT_LT(covered(theirs, ours), 1e-4f) << name << " frame " << frame;
-      EXPECT_LT(covered(ours, theirs), 1e-4f) << name << " frame " << frame;
+      EXPECT_LT(kvtest::PointSetDistance(theirs, ours), 1e-4f) << name << " frame " << frame;
       ++compared;
     }
   }
