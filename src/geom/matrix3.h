@@ -64,8 +64,12 @@ class Matrix3 {
   Point3 rows_[4];
 };
 
-inline Point3 operator*(const Point3& p, const Matrix3& m) { return m.PointTransform(p); }
-inline Point3 VectorTransform(const Matrix3& m, const Point3& v) { return m.VectorTransform(v); }
+inline Point3 operator*(const Point3& p, const Matrix3& m) {
+  return m.PointTransform(p);
+}
+inline Point3 VectorTransform(const Matrix3& m, const Point3& v) {
+  return m.VectorTransform(v);
+}
 
 // Inverse of an affine matrix. A singular 3x3 part gives the identity with the negated
 // translation, so callers never see NaN.

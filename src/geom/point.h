@@ -37,13 +37,19 @@ struct Point3 {
   }
 };
 
-constexpr Point3 operator*(float s, const Point3& p) { return p * s; }
-constexpr float DotProd(const Point3& a, const Point3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
+constexpr Point3 operator*(float s, const Point3& p) {
+  return p * s;
+}
+constexpr float DotProd(const Point3& a, const Point3& b) {
+  return a.x * b.x + a.y * b.y + a.z * b.z;
+}
 constexpr Point3 CrossProd(const Point3& a, const Point3& b) {
   return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
 }
 // Component-wise product.
-constexpr Point3 CompMul(const Point3& a, const Point3& b) { return {a.x * b.x, a.y * b.y, a.z * b.z}; }
+constexpr Point3 CompMul(const Point3& a, const Point3& b) {
+  return {a.x * b.x, a.y * b.y, a.z * b.z};
+}
 
 struct Point4 {
   float x = 0, y = 0, z = 0, w = 0;

@@ -16,7 +16,9 @@ inline constexpr TimeValue kTimePosInfinity = INT32_MAX;
 
 // Ticks per frame at a whole frame rate (160 at 30 fps). A rate that does not divide 4800
 // truncates, as the host does.
-constexpr int TicksPerFrame(int fps) { return fps > 0 ? kTicksPerSecond / fps : kTicksPerSecond; }
+constexpr int TicksPerFrame(int fps) {
+  return fps > 0 ? kTicksPerSecond / fps : kTicksPerSecond;
+}
 
 // A decimal frame to the nearest tick.
 inline TimeValue FrameToTicks(double frame, int ticksPerFrame) {
