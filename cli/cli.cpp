@@ -1,6 +1,7 @@
 #include "cli.h"
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <map>
 #include <ostream>
 
@@ -20,6 +21,23 @@ const std::map<std::string, int> kUnitNames{
     {"inches", 0},     {"feet", 1},        {"miles", 2},       {"millimeters", 3},
     {"milimeters", 3}, {"millimetres", 3}, {"centimeters", 4}, {"centimetres", 4},
     {"meters", 5},     {"metres", 5},      {"kilometers", 6},  {"kilometres", 6}};
+
+// NaN and infinity parse as numbers, and a NaN passes every range check: refuse them.
+const CLI::Validator kFinite(
+    [](std::string& text) -> std::string {
+      double v = 0;
+      if (CLI::detail::lexical_cast(text, v) && !std::isfinite(v))
+        return "must be a finite number, not " + text;
+      return {};
+    },
+    "FINITE");
+
+// Puts kFinite on every floating-point option of every command, so none can be forgotten.
+void RefuseNonFinite(CLI::App& app) {
+  for (CLI::Option* o : app.get_options())
+    if (o->get_type_name().rfind("FLOAT", 0) == 0) o->check(kFinite);
+  for (CLI::App* sub : app.get_subcommands([](CLI::App*) { return true; })) RefuseNonFinite(*sub);
+}
 
 }  // namespace
 
@@ -95,6 +113,7 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   demo->add_option("--rows", dm.rows, "Rows of bricks")->check(CLI::Range(1, 1000));
   demo->add_option("--frames", dm.frames, "Frames to simulate")->check(CLI::Range(1, 10000));
 
+  RefuseNonFinite(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <ostream>
+#include <string>
 
 #include "cache/base.h"
 #include "commands.h"
@@ -33,6 +34,16 @@ int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::
   const int tpf = scene.GetTicksPerFrame();
   s.recStart = a.start.value_or(scene.GetAnimRange().Start() / tpf);
   s.recEnd = a.end.value_or(scene.GetAnimRange().End() / tpf);
+  if (s.recStart > s.recEnd) {
+    // Named by what the user typed: an option, or the scene's range it fell back on.
+    const std::string from = a.start ? "--start " + std::to_string(s.recStart)
+                                     : "the scene's start frame " + std::to_string(s.recStart);
+    const std::string to = a.end ? "--end " + std::to_string(s.recEnd)
+                                 : "the scene's end frame " + std::to_string(s.recEnd);
+    err << "kvcache record: " << from << " is after " << to << "\n"
+        << "Run with --help for more information.\n";
+    return kExitUsage;
+  }
   s.recStep = static_cast<float>(a.step);
   s.fileName = a.output;
   s.clearNodeList = false;

@@ -11,7 +11,7 @@
 #include "cache_bytes.h"
 #include "host/standalone/gltf.h"
 #include "host/standalone/scene.h"
-#include "support/shared_data.h"
+#include "support/reference_data.h"
 
 using namespace KelvaneTools;
 namespace fs = std::filesystem;
@@ -20,16 +20,16 @@ namespace {
 
 using kvtest::PointSetDistance;
 using kvtest::ReadGzip;
-using kvtest::SharedDataDir;
+using kvtest::ReferenceDataDir;
 
 TEST(CacheRealData, RecordedSimulationPlaysBackAsItsAuthorShowsIt) {
-  const std::string text = ReadGzip(SharedDataDir() / "blender-stack-positions.json.gz");
-  ASSERT_FALSE(text.empty()) << "missing shared data in " << SharedDataDir();
+  const std::string text = ReadGzip(ReferenceDataDir() / "blender-stack-positions.json.gz");
+  ASSERT_FALSE(text.empty()) << "missing reference data in " << ReferenceDataDir();
   const nlohmann::json ref = nlohmann::json::parse(text);
   kv::standalone::Scene scene;
   std::string err;
   ASSERT_TRUE(
-      kv::standalone::ImportGltf(scene, (SharedDataDir() / "blender-stack.glb").string(), err))
+      kv::standalone::ImportGltf(scene, (ReferenceDataDir() / "blender-stack.glb").string(), err))
       << err;
 
   std::vector<std::string> names;

@@ -14,7 +14,7 @@
 #include "cli.h"
 #include "geom/point.h"
 #include "support/bytes.h"
-#include "support/shared_data.h"
+#include "support/reference_data.h"
 
 namespace kv::cli::testing {
 

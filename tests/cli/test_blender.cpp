@@ -25,7 +25,7 @@ using testing::PointSetDistance;
 // A rigid-body simulation made and evaluated by another program: recorded from its glTF
 // export and played back, every object must sit where its author's program puts it.
 TEST(BlenderData, RecordedAndPlayedBackWhereBlenderPutsIt) {
-  const std::string data = kvtest::SharedDataDir().string();
+  const std::string data = kvtest::ReferenceDataDir().string();
   const std::string text = kvtest::ReadGzip(data + "/blender-stack-positions.json.gz");
   ASSERT_FALSE(text.empty()) << "cannot read " << data << "/blender-stack-positions.json.gz";
   const nlohmann::json ref = nlohmann::json::parse(text, nullptr, false);

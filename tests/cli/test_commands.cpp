@@ -209,6 +209,45 @@ TEST_F(Commands, RecordingFailuresSayWhyAndKeepThePreviousCache) {
   EXPECT_NE(o.out.find("\tObjects          : 1\n0\tParent\t3\t1\n"), std::string::npos) << o.out;
 }
 
+TEST_F(Commands, NonFiniteNumbersAndBackwardRangesAreRefused) {
+  WriteFile(P("two.kvc"), testing::TwoElementCache());
+  WriteSmallScene(dir_);
+  // Every floating option of play, each with every non-finite spelling: a usage error that
+  // names the option, and no mesh written.
+  for (const char* opt : {"--frame", "--speed", "--graph-frame", "--scale"}) {
+    for (const char* bad : {"nan", "NaN", "inf", "-inf", "infinity"}) {
+      std::vector<std::string> args = {"play", P("two.kvc"), "-o", P("n.obj")};
+      if (std::string(opt) != "--frame") args.insert(args.end(), {"--frame", "1"});
+      args.insert(args.end(), {opt, bad});
+      const Outcome o = Call(args);
+      EXPECT_EQ(o.code, kExitUsage) << opt << " " << bad << ": " << o.err;
+      EXPECT_NE(o.err.find(opt), std::string::npos) << o.err;
+      // A range check may speak first for infinity; NaN passes ranges and must still fail.
+      if (std::string(bad) == "nan") {
+        EXPECT_NE(o.err.find("finite"), std::string::npos) << o.err;
+      }
+      EXPECT_FALSE(fs::exists(P("n.obj"))) << opt << " " << bad;
+    }
+  }
+  Outcome o = Call({"record", P("small.gltf"), "-o", P("r.kvc"), "--step", "nan"});
+  EXPECT_EQ(o.code, kExitUsage) << o.err;
+  EXPECT_NE(o.err.find("--step"), std::string::npos) << o.err;
+
+  // A start after the end, typed or fallen back on from the scene's range (0 to 30), writes
+  // nothing and names where each end came from.
+  o = Call({"record", P("small.gltf"), "-o", P("r.kvc"), "--start", "10", "--end", "5"});
+  EXPECT_EQ(o.code, kExitUsage) << o.err;
+  EXPECT_NE(o.err.find("--start 10 is after --end 5"), std::string::npos) << o.err;
+  o = Call({"record", P("small.gltf"), "-o", P("r.kvc"), "--start", "40"});
+  EXPECT_EQ(o.code, kExitUsage) << o.err;
+  EXPECT_NE(o.err.find("--start 40 is after the scene's end frame 30"), std::string::npos)
+      << o.err;
+  EXPECT_FALSE(fs::exists(P("r.kvc")));
+  // One frame is still a range.
+  o = Call({"record", P("small.gltf"), "-o", P("r.kvc"), "--start", "5", "--end", "5"});
+  EXPECT_EQ(o.code, kExitOk) << o.err;
+}
+
 TEST_F(Commands, PlayRejectsBadFilesAndOutputs) {
   Outcome o = Call({"play", P("missing.kvc"), "--frame", "1", "-o", P("x.obj")});
   EXPECT_EQ(o.code, kExitError);

@@ -10,7 +10,7 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 
-#include "support/shared_data.h"
+#include "support/reference_data.h"
 
 namespace kv::standalone {
 namespace {
@@ -397,7 +397,7 @@ TEST(Gltf, ExportPassesTheValidatorAndImportsBack) {
 }
 
 TEST(Gltf, BlenderSceneMatchesBlendersOwnPositions) {
-  const fs::path data = kvtest::SharedDataDir();
+  const fs::path data = kvtest::ReferenceDataDir();
   const std::string text = kvtest::ReadGzip(data / "blender-stack-positions.json.gz");
   ASSERT_FALSE(text.empty()) << "missing " << (data / "blender-stack-positions.json.gz");
   const nlohmann::json ref = nlohmann::json::parse(text);

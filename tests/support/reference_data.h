@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -15,11 +14,10 @@
 
 namespace kvtest {
 
-// The folder beside the source tree; KV_SHARED_DATA_DIR in the environment overrides it for
-// trees checked out elsewhere.
-inline std::filesystem::path SharedDataDir() {
-  const char* env = std::getenv("KV_SHARED_DATA_DIR");
-  return env ? std::filesystem::path(env) : std::filesystem::path(KV_SHARED_DATA_DIR);
+// tests/data in the source tree: the data ships with the repository, so a fresh clone tests
+// with nothing beside it.
+inline std::filesystem::path ReferenceDataDir() {
+  return std::filesystem::path(KV_SOURCE_DIR) / "tests" / "data";
 }
 
 // A gzip file's contents, or "" when it cannot be read.
