@@ -1,0 +1,346 @@
+// The reader's per-frame work: mapping element times to samples, loading the sample blocks
+// they need, and assembling the output mesh.
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include "cache/reader.h"
+#include "geom/transform_points.h"
+
+namespace KelvaneTools {
+// ---------------------------------------------------------------------------- samples
+
+bool kvCacheReader::MapTimeToSamples(const FrameSettings& s, ElementFrameState& r) const {
+  return KelvaneTools::MapTimeToSamples(header_.step, indexed_ ? header_.numSamples : 0, s, r);
+}
+
+bool kvCacheReader::IsSampleLoaded(int32_t s) const {
+  return s >= 0 && size_t(s) < blocks_.size() && blocks_[size_t(s)] != nullptr;
+}
+int32_t kvCacheReader::NumSamplesLoaded() const {
+  return loadedCount_;
+}
+bool kvCacheReader::AllSamplesLoaded() const {
+  return indexed_ && loadedCount_ == header_.numSamples;
+}
+
+bool kvCacheReader::LoadSample(int32_t s, bool keepFileOpen) {
+  if (IsSampleLoaded(s)) return true;
+  error_ = kErrNone;
+  if (!indexed_ || s < 0 || s >= header_.numSamples) {
+    error_ = kErrNotOpen;
+    return false;
+  }
+  if (!OpenFile()) {
+    Release();
+    error_ = kErrNotOpen;  // the file went away since it was indexed
+    return false;
+  }
+  const size_t n = size_t(header_.numNodes);
+  blockBytes_.resize(n * kSampleRecordSize);
+  const int64_t offset = int64_t(header_.sampleTableOffset) + int64_t(s) * header_.sampleStride;
+  if (!Seek(offset, SEEK_SET) || !ReadBytes(blockBytes_.data(), blockBytes_.size())) {
+    Release();
+    Close();
+    return false;
+  }
+  auto block = std::make_unique<SampleBlock>();
+  block->tm.resize(n);
+  block->visible.resize(n);
+  const uint8_t* p = blockBytes_.data();
+  for (size_t i = 0; i < n; ++i, p += kSampleRecordSize) {
+    float m[12];
+    std::memcpy(m, p, sizeof m);
+    block->tm[i] = kv::Matrix3({m[0], m[1], m[2]}, {m[3], m[4], m[5]}, {m[6], m[7], m[8]},
+                               {m[9], m[10], m[11]});
+    block->visible[i] = p[48] != 0;
+  }
+  blocks_[size_t(s)] = std::move(block);
+  ++loadedCount_;
+  if (!keepFileOpen && (!keepOpen_ || AllSamplesLoaded())) Close();
+  return true;
+}
+
+bool kvCacheReader::LoadAllSamples() {
+  error_ = kErrNone;
+  if (!indexed_) {
+    error_ = kErrNotOpen;
+    return false;
+  }
+  const uint64_t stride = uint64_t(header_.sampleStride);
+  const uint64_t total = stride * uint64_t(header_.numSamples);
+  // The callback takes 32-bit counts: scale down large totals so that they fit.
+  int shift = 0;
+  while ((total >> shift) > UINT32_MAX) ++shift;
+  for (int32_t s = 0; s < header_.numSamples; ++s) {
+    if (!LoadSample(s, true)) return false;
+    if (!ReportProgress(uint32_t((stride * uint64_t(s + 1)) >> shift), uint32_t(total >> shift)))
+      return false;
+  }
+  if (!keepOpen_) Close();
+  return true;
+}
+
+bool kvCacheReader::LoadSamplesForElements(std::span<ElementFrameState> states,
+                                           const FrameSettings& s, FrameScratch& scratch,
+                                           int element) {
+  error_ = kErrNone;
+  if (!indexed_ || states.size() < elements_.size()) {
+    error_ = kErrNotOpen;
+    return false;
+  }
+  const int32_t n = header_.numSamples;
+  if (scratch.pending.GetSize() != n) scratch.pending.SetSize(n, false);
+  scratch.toLoad.clear();
+  auto want = [&](int32_t sample) {
+    if (!IsSampleLoaded(sample) && !scratch.pending[sample]) {
+      scratch.pending.Set(sample);
+      scratch.toLoad.push_back(sample);
+    }
+  };
+  const int first = element < 0 ? 0 : element;
+  const int last = element < 0 ? NumElements() - 1 : element;
+  // Elements mostly share their cache time: one that has the time of the element mapped
+  // before it takes that mapping as it is (the mapping depends on the time alone).
+  const ElementFrameState* prev = nullptr;
+  for (int e = first; e <= last && e < NumElements(); ++e) {
+    ElementFrameState& r = states[size_t(e)];
+    if (prev && std::bit_cast<uint32_t>(prev->time) == std::bit_cast<uint32_t>(r.time)) {
+      r.sampleA = prev->sampleA;
+      r.fraction = prev->fraction;
+      r.sampleB = prev->sampleB;
+      r.interpolate = prev->interpolate;
+      r.shown = prev->shown;
+      r.beforeRange = prev->beforeRange;
+      r.afterRange = prev->afterRange;
+      continue;  // its samples are already wanted
+    }
+    MapTimeToSamples(s, r);
+    prev = &r;
+    if (n == 0) continue;
+    want(r.sampleA);
+    if (r.interpolate) want(r.sampleB);
+  }
+  bool ok = true;
+  for (const int32_t sample : scratch.toLoad) {
+    scratch.pending.Clear(sample);
+    if (ok && !LoadSample(sample, true)) ok = false;
+  }
+  scratch.toLoad.clear();
+  // "Per-Sample" closes after each batch; any mode closes once nothing is left to read.
+  if (ok && (!keepOpen_ || AllSamplesLoaded())) Close();
+  return ok;
+}
+
+const kvCacheReader::SampleBlock* kvCacheReader::Block(int32_t s) const {
+  return IsSampleLoaded(s) ? blocks_[size_t(s)].get() : nullptr;
+}
+
+const kv::AffineParts* kvCacheReader::Parts(int32_t s) const {
+  SampleBlock* b = const_cast<SampleBlock*>(Block(s));
+  if (!b) return nullptr;
+  // Decomposed once per block: a blend then costs two slerps and a rebuild per element.
+  if (b->parts.empty()) {
+    b->parts.resize(b->tm.size());
+    for (size_t i = 0; i < b->tm.size(); ++i) b->parts[i] = kv::DecompAffine(b->tm[i]);
+  }
+  return b->parts.data();
+}
+
+kv::Matrix3 kvCacheReader::SampleTransform(int e, int32_t s) const {
+  const SampleBlock* b = Block(s);
+  return b ? b->tm[size_t(e)] : kv::Matrix3();
+}
+
+bool kvCacheReader::SampleVisible(int e, int32_t s) const {
+  const SampleBlock* b = Block(s);
+  return b && b->visible[size_t(e)];
+}
+
+kv::Matrix3 kvCacheReader::ElementTransform(int e, const ElementFrameState& r) const {
+  if (r.interpolate) {
+    const kv::AffineParts* a = Parts(r.sampleA);
+    const kv::AffineParts* b = Parts(r.sampleB);
+    if (a && b) return kv::BlendAffineParts(a[e], b[e], r.fraction);
+  }
+  return SampleTransform(e, r.sampleA);
+}
+
+// ---------------------------------------------------------------------------- frames
+
+void kvCacheReader::RebuildTopology(kv::Mesh& out, const FrameSettings& s,
+                                    FrameScratch& scratch) const {
+  const kv::Mesh& src = s.boxMode ? combinedBox_ : combined_;
+  const size_t n = elements_.size();
+  scratch.outVert.resize(n);
+  scratch.outFace.resize(n);
+  int32_t v = 0, f = 0;
+  for (size_t e = 0; e < n; ++e) {
+    scratch.outVert[e] = v;
+    scratch.outFace[e] = f;
+    if (scratch.removed[int(e)]) continue;
+    v += s.boxMode ? 8 : elements_[e].numVerts;
+    f += s.boxMode ? 12 : elements_[e].numFaces;
+  }
+  out.verts.resize(size_t(v));
+  out.faces.resize(size_t(f));
+  out.faceSel.SetSize(f, false);
+  out.maps.resize(src.maps.size());
+  for (size_t ch = 0; ch < src.maps.size(); ++ch) {
+    out.maps[ch].support = src.maps[ch].support;
+    if (src.maps[ch].support) {
+      out.maps[ch].verts = src.maps[ch].verts;
+      out.maps[ch].faces.resize(size_t(f));
+    } else {
+      out.maps[ch].verts.clear();
+      out.maps[ch].faces.clear();
+    }
+  }
+  if (src.hasSpecNormals())
+    out.specNormals.resize(size_t(f) * 3);
+  else
+    out.specNormals.clear();
+
+  for (size_t e = 0; e < n; ++e) {
+    if (scratch.removed[int(e)]) continue;
+    const int32_t sv = s.boxMode ? int32_t(e * 8) : elements_[e].vertOffset;
+    const int32_t sf = s.boxMode ? int32_t(e * 12) : elements_[e].faceOffset;
+    const int32_t nf = s.boxMode ? 12 : elements_[e].numFaces;
+    const uint32_t shift = uint32_t(sv - scratch.outVert[e]);
+    const int32_t of = scratch.outFace[e];
+    for (int32_t j = 0; j < nf; ++j) {
+      kv::Face face = src.faces[size_t(sf + j)];
+      for (uint32_t& x : face.v) x -= shift;
+      out.faces[size_t(of + j)] = face;
+      if (src.faceSel[sf + j]) out.faceSel.Set(of + j);
+    }
+    for (size_t ch = 0; ch < src.maps.size(); ++ch)
+      if (src.maps[ch].support)
+        std::copy_n(src.maps[ch].faces.begin() + sf, nf, out.maps[ch].faces.begin() + of);
+    if (src.hasSpecNormals())
+      std::copy_n(src.specNormals.begin() + sf * 3, nf * 3, out.specNormals.begin() + of * 3);
+  }
+  scratch.boxMode = s.boxMode;
+  scratch.readerGeneration = generation_;
+  scratch.touched.SetSize(int(n), false);
+}
+
+bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states,
+                              const FrameSettings& s, FrameScratch& scratch, bool newlyOpened) {
+  if (!LoadSamplesForElements(states, s, scratch)) return false;
+  const int n = NumElements();
+
+  // Which elements leave the mesh. While the host plays the animation they are hidden in
+  // place instead, so that the topology survives from frame to frame.
+  if (candidate_.GetSize() != n) candidate_.SetSize(n, false);
+  candidate_.ClearAll();
+  if (vertStart_.size() != size_t(n) + 1) {
+    vertStart_.resize(size_t(n) + 1);
+    faceStart_.resize(size_t(n) + 1);
+    for (int e = 0; e < n; ++e) {
+      vertStart_[size_t(e)] = elements_[size_t(e)].vertOffset;
+      faceStart_[size_t(e)] = elements_[size_t(e)].faceOffset;
+    }
+    vertStart_[size_t(n)] = int32_t(totalVerts_);
+    faceStart_[size_t(n)] = int32_t(totalFaces_);
+  }
+  const int32_t* vs = vertStart_.data();
+  const int32_t* fs = faceStart_.data();
+  // Elements mostly share their samples: the last block looked up is kept at hand.
+  int32_t lastA = -1, lastB = -1, lastPartsA = -1;
+  const SampleBlock* blockA = nullptr;
+  const kv::AffineParts *partsA = nullptr, *partsB = nullptr;
+  kv::SlerpWeights weights(0);  // for the fraction of the last element blended
+  auto sampleBlock = [&](int32_t sample) {
+    if (sample != lastA) lastA = sample, blockA = Block(sample);
+    return blockA;
+  };
+  // Counted down from the total over the elements that leave, which are few.
+  int64_t keptFaces = s.boxMode ? int64_t(n) * 12 : totalFaces_;
+  for (int e = 0; e < n; ++e) {
+    const ElementFrameState& r = states[size_t(e)];
+    const SampleBlock* b = sampleBlock(r.sampleA);
+    const bool invisible = !b || !b->visible[size_t(e)];
+    const bool gone = r.removed || !r.shown || (s.deleteInvisible && invisible);
+    if (gone && s.playbackIdle) {
+      candidate_.Set(e);
+      keptFaces -= s.boxMode ? 12 : fs[e + 1] - fs[e];
+    }
+  }
+  if (keptFaces == 0) {
+    out.FreeAll();
+    out.InvalidateTopologyCache();
+    scratch.Reset();
+    return true;
+  }
+
+  const kv::Mesh& src = s.boxMode ? combinedBox_ : combined_;
+  const bool keep = !newlyOpened && scratch.readerGeneration == generation_ &&
+                    scratch.boxMode == s.boxMode && scratch.removed.GetSize() == n &&
+                    scratch.removed == candidate_ && out.numFaces() == keptFaces &&
+                    scratch.outFace.size() == size_t(n);
+  if (!keep) {
+    scratch.removed = candidate_;
+    RebuildTopology(out, s, scratch);
+  } else {
+    // Undo last frame's hiding and re-labelling before applying this frame's.
+    scratch.touched.ForEachSet([&](int e) {
+      const int32_t sf = s.boxMode ? e * 12 : elements_[size_t(e)].faceOffset;
+      const int32_t nf = s.boxMode ? 12 : elements_[size_t(e)].numFaces;
+      const int32_t of = scratch.outFace[size_t(e)];
+      for (int32_t j = 0; j < nf; ++j)
+        out.faces[size_t(of + j)].flags = src.faces[size_t(sf + j)].flags;
+    });
+    scratch.touched.ClearAll();
+  }
+
+  const bool normals = out.hasSpecNormals();
+  for (int e = 0; e < n; ++e) {
+    if (scratch.removed[e]) continue;
+    const ElementFrameState& r = states[size_t(e)];
+    const SampleBlock* block = sampleBlock(r.sampleA);
+    kv::Matrix3 m = block ? block->tm[size_t(e)] : kv::Matrix3();
+    if (r.interpolate) {
+      if (r.sampleA != lastPartsA) lastPartsA = r.sampleA, partsA = Parts(r.sampleA);
+      if (r.sampleB != lastB) lastB = r.sampleB, partsB = Parts(r.sampleB);
+      if (std::bit_cast<uint32_t>(r.fraction) != std::bit_cast<uint32_t>(weights.f))
+        weights = kv::SlerpWeights(r.fraction);
+      if (partsA && partsB) m = kv::BlendAffineParts(partsA[e], partsB[e], weights);
+    }
+    if (s.unitScale != 1.0f) m = m * s.unitScale;
+    const int32_t sv = s.boxMode ? e * 8 : vs[e];
+    const int32_t nv = s.boxMode ? 8 : vs[e + 1] - vs[e];
+    const int32_t sf = s.boxMode ? e * 12 : fs[e];
+    const int32_t nf = s.boxMode ? 12 : fs[e + 1] - fs[e];
+    kv::TransformPoints(m, src.verts.data() + sv, out.verts.data() + scratch.outVert[size_t(e)],
+                        size_t(nv));
+    const int32_t of = scratch.outFace[size_t(e)];
+    if (normals) {
+      const kv::Point3* ns = src.specNormals.data() + size_t(sf) * 3;
+      kv::Point3* no = out.specNormals.data() + size_t(of) * 3;
+      for (int32_t j = 0; j < nf * 3; ++j) no[j] = m.VectorTransform(ns[j]).Normalized();
+    }
+
+    const bool invisible = !block || !block->visible[size_t(e)];
+    const bool gone = r.removed || !r.shown || (s.deleteInvisible && invisible);
+    const bool kept = !s.deleteInvisible && invisible;
+    const bool hide = (gone && !s.playbackIdle) || (kept && s.hideInvisible);
+    const bool relabel = kept && s.applyHiddenMatId && s.hiddenMatId >= 0;
+    if (!hide && !relabel && r.matIdOverride < 0) continue;
+    kv::Face* faces = out.faces.data() + of;
+    if (r.matIdOverride >= 0)
+      for (int32_t j = 0; j < nf; ++j) faces[j].setMatID(kv::MtlID(r.matIdOverride));
+    if (relabel)
+      for (int32_t j = 0; j < nf; ++j) faces[j].setMatID(kv::MtlID(s.hiddenMatId));
+    if (hide)
+      for (int32_t j = 0; j < nf; ++j) faces[j].Hide();
+    scratch.touched.Set(e);
+  }
+  if (keep)
+    out.InvalidateGeomCache();
+  else
+    out.InvalidateTopologyCache();
+  return true;
+}
+
+}  // namespace KelvaneTools
