@@ -51,6 +51,8 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   app.fallthrough();
   CommonArgs common;
   app.add_flag("-q,--quiet", common.quiet, "No progress bar");
+  app.add_option("--threads", common.threads, "Threads playback may use (default 0: every core)")
+      ->check(CLI::Range(0, 1024));
 
   RecordArgs rec;
   CLI::App* record = app.add_subcommand(

@@ -80,6 +80,7 @@ int RunDemo(const DemoArgs& a, const CommonArgs& c, std::ostream& out, std::ostr
   // 2. The bodies as keyframed scene nodes, and that scene as glTF for comparison.
   clock = Stopwatch();
   standalone::Scene scene;
+  scene.SetThreadCount(c.threads);
   const std::vector<standalone::SceneNode*> nodes = BuildDemoScene(scene, sim);
   Took(out, "scene nodes and keys", clock.Seconds());
   clock = Stopwatch();

@@ -26,6 +26,7 @@ int RunPlay(const PlayArgs& a, const CommonArgs& c, std::ostream& out, std::ostr
     sceneFps = probe.FrameRate();
   }
   standalone::Scene scene;
+  scene.SetThreadCount(c.threads);
   scene.SetFrameRate(a.sceneFps.value_or(sceneFps));
   scene.SetRendering(true);
   const double ticks =

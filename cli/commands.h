@@ -16,6 +16,7 @@ inline constexpr int kExitCancelled = 130;  // Ctrl-C, as shells report SIGINT
 
 struct CommonArgs {
   bool quiet = false;  // no progress bar
+  int threads = 0;     // threads playback may use; 0 for every core
 };
 
 struct RecordArgs {

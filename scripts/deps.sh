@@ -5,7 +5,7 @@ set -euo pipefail
 pkgs=(build-essential cmake ninja-build clang libclang-rt-14-dev clang-format
       libgtest-dev libgmock-dev libbenchmark-dev
       libtinygltf-dev nlohmann-json3-dev libstb-dev libspng-dev libcli11-dev libfmt-dev
-      libbullet-dev zlib1g-dev pkg-config)
+      libbullet-dev zlib1g-dev pkg-config libtbb-dev)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -66,8 +66,10 @@ struct FrameScratch {
   kv::BitArray touched;          // elements whose faces were hidden or re-labelled
   std::vector<int32_t> outVert;  // first vertex of each element in the output mesh
   std::vector<int32_t> outFace;  // first face of each element in the output mesh
-  kv::BitArray pending;          // samples marked for loading this frame
-  std::vector<int32_t> toLoad;
+  // Per sample, what this frame wants of it: kWantSample, and kWantParts when an element
+  // blends it. Filled by the sampling pass, read by the frame assembly.
+  static constexpr uint8_t kWantSample = 1, kWantParts = 2;
+  std::vector<uint8_t> wanted;
   void Reset() { readerGeneration = 0; }
 };
 

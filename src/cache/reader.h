@@ -143,6 +143,15 @@ class kvCacheReader : public kvCacheBase {
   const SampleBlock* Block(int32_t s) const;
   const kv::AffineParts* Parts(int32_t s) const;
   void RebuildTopology(kv::Mesh& out, const FrameSettings& s, FrameScratch& scratch) const;
+  // fn(begin, end) over [0, n) through the host's parallel-for (serially without a host).
+  template <class F>
+  void ForRanges(size_t n, size_t grain, F&& fn) const;
+
+  // Least work per range handed to another thread: below it a thread costs more than it
+  // saves, so small frames stay on the caller's thread.
+  static constexpr size_t kMapGrain = 8192;            // elements mapped to samples
+  static constexpr size_t kDecompGrain = 1024;         // transforms decomposed
+  static constexpr uint64_t kFrameGrainVerts = 32768;  // vertices moved
 
   kv::host::Interface* host_;
   bool keepOpen_ = true;

@@ -1,13 +1,24 @@
 // The reader's per-frame work: mapping element times to samples, loading the sample blocks
 // they need, and assembling the output mesh.
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cstring>
 
 #include "cache/reader.h"
 #include "geom/transform_points.h"
+#include "host/interface.h"
 
 namespace KelvaneTools {
+
+template <class F>
+void kvCacheReader::ForRanges(size_t n, size_t grain, F&& fn) const {
+  if (host_)
+    host_->ParallelFor(n, grain, fn);
+  else if (n > 0)
+    fn(size_t{0}, n);
+}
+
 // ---------------------------------------------------------------------------- samples
 
 bool kvCacheReader::MapTimeToSamples(const FrameSettings& s, ElementFrameState& r) const {
@@ -90,43 +101,49 @@ bool kvCacheReader::LoadSamplesForElements(std::span<ElementFrameState> states,
     return false;
   }
   const int32_t n = header_.numSamples;
-  if (scratch.pending.GetSize() != n) scratch.pending.SetSize(n, false);
-  scratch.toLoad.clear();
-  auto want = [&](int32_t sample) {
-    if (!IsSampleLoaded(sample) && !scratch.pending[sample]) {
-      scratch.pending.Set(sample);
-      scratch.toLoad.push_back(sample);
+  scratch.wanted.assign(size_t(std::max(n, 0)), 0);
+  const size_t first = element < 0 ? 0 : size_t(element);
+  const size_t count = element < 0 ? elements_.size() : (element < NumElements() ? 1 : 0);
+  uint8_t* wanted = scratch.wanted.data();
+  ForRanges(count, kMapGrain, [&](size_t begin, size_t end) {
+    // Elements mostly share their cache time: one that has the time of the element mapped
+    // before it takes that mapping as it is (the mapping depends on the time alone).
+    const ElementFrameState* prev = nullptr;
+    int64_t lastA = -1;
+    int32_t lastB = -1;
+    for (size_t e = first + begin; e < first + end; ++e) {
+      ElementFrameState& r = states[e];
+      if (prev && std::bit_cast<uint32_t>(prev->time) == std::bit_cast<uint32_t>(r.time)) {
+        r.sampleA = prev->sampleA;
+        r.fraction = prev->fraction;
+        r.sampleB = prev->sampleB;
+        r.interpolate = prev->interpolate;
+        r.shown = prev->shown;
+        r.beforeRange = prev->beforeRange;
+        r.afterRange = prev->afterRange;
+        continue;  // its samples are already wanted
+      }
+      MapTimeToSamples(s, r);
+      prev = &r;
+      if (n == 0) continue;
+      // Ranges on other threads mark the same samples: the marks are atomic, and made only
+      // when the sample differs from the last one marked here.
+      const uint8_t flag = r.interpolate ? FrameScratch::kWantSample | FrameScratch::kWantParts
+                                         : FrameScratch::kWantSample;
+      const int64_t markA = r.interpolate ? r.sampleA + (int64_t{1} << 32) : r.sampleA;
+      if (markA != lastA) {
+        lastA = markA;
+        std::atomic_ref<uint8_t>(wanted[r.sampleA]).fetch_or(flag, std::memory_order_relaxed);
+      }
+      if (r.interpolate && r.sampleB != lastB) {
+        lastB = r.sampleB;
+        std::atomic_ref<uint8_t>(wanted[r.sampleB]).fetch_or(flag, std::memory_order_relaxed);
+      }
     }
-  };
-  const int first = element < 0 ? 0 : element;
-  const int last = element < 0 ? NumElements() - 1 : element;
-  // Elements mostly share their cache time: one that has the time of the element mapped
-  // before it takes that mapping as it is (the mapping depends on the time alone).
-  const ElementFrameState* prev = nullptr;
-  for (int e = first; e <= last && e < NumElements(); ++e) {
-    ElementFrameState& r = states[size_t(e)];
-    if (prev && std::bit_cast<uint32_t>(prev->time) == std::bit_cast<uint32_t>(r.time)) {
-      r.sampleA = prev->sampleA;
-      r.fraction = prev->fraction;
-      r.sampleB = prev->sampleB;
-      r.interpolate = prev->interpolate;
-      r.shown = prev->shown;
-      r.beforeRange = prev->beforeRange;
-      r.afterRange = prev->afterRange;
-      continue;  // its samples are already wanted
-    }
-    MapTimeToSamples(s, r);
-    prev = &r;
-    if (n == 0) continue;
-    want(r.sampleA);
-    if (r.interpolate) want(r.sampleB);
-  }
+  });
   bool ok = true;
-  for (const int32_t sample : scratch.toLoad) {
-    scratch.pending.Clear(sample);
-    if (ok && !LoadSample(sample, true)) ok = false;
-  }
-  scratch.toLoad.clear();
+  for (int32_t sample = 0; sample < n && ok; ++sample)
+    if (wanted[sample] && !LoadSample(sample, true)) ok = false;
   // "Per-Sample" closes after each batch; any mode closes once nothing is left to read.
   if (ok && (!keepOpen_ || AllSamplesLoaded())) Close();
   return ok;
@@ -142,7 +159,9 @@ const kv::AffineParts* kvCacheReader::Parts(int32_t s) const {
   // Decomposed once per block: a blend then costs two slerps and a rebuild per element.
   if (b->parts.empty()) {
     b->parts.resize(b->tm.size());
-    for (size_t i = 0; i < b->tm.size(); ++i) b->parts[i] = kv::DecompAffine(b->tm[i]);
+    ForRanges(b->tm.size(), kDecompGrain, [b](size_t begin, size_t end) {
+      for (size_t i = begin; i < end; ++i) b->parts[i] = kv::DecompAffine(b->tm[i]);
+    });
   }
   return b->parts.data();
 }
@@ -229,11 +248,10 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
                               const FrameSettings& s, FrameScratch& scratch, bool newlyOpened) {
   if (!LoadSamplesForElements(states, s, scratch)) return false;
   const int n = NumElements();
+  // Blocks are decomposed before the element loop, which then only reads them.
+  for (size_t sample = 0; sample < scratch.wanted.size(); ++sample)
+    if (scratch.wanted[sample] & FrameScratch::kWantParts) Parts(int32_t(sample));
 
-  // Which elements leave the mesh. While the host plays the animation they are hidden in
-  // place instead, so that the topology survives from frame to frame.
-  if (candidate_.GetSize() != n) candidate_.SetSize(n, false);
-  candidate_.ClearAll();
   if (vertStart_.size() != size_t(n) + 1) {
     vertStart_.resize(size_t(n) + 1);
     faceStart_.resize(size_t(n) + 1);
@@ -246,27 +264,40 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
   }
   const int32_t* vs = vertStart_.data();
   const int32_t* fs = faceStart_.data();
-  // Elements mostly share their samples: the last block looked up is kept at hand.
-  int32_t lastA = -1, lastB = -1, lastPartsA = -1;
-  const SampleBlock* blockA = nullptr;
-  const kv::AffineParts *partsA = nullptr, *partsB = nullptr;
-  kv::SlerpWeights weights(0);  // for the fraction of the last element blended
-  auto sampleBlock = [&](int32_t sample) {
-    if (sample != lastA) lastA = sample, blockA = Block(sample);
-    return blockA;
-  };
-  // Counted down from the total over the elements that leave, which are few.
-  int64_t keptFaces = s.boxMode ? int64_t(n) * 12 : totalFaces_;
-  for (int e = 0; e < n; ++e) {
-    const ElementFrameState& r = states[size_t(e)];
-    const SampleBlock* b = sampleBlock(r.sampleA);
-    const bool invisible = !b || !b->visible[size_t(e)];
-    const bool gone = r.removed || !r.shown || (s.deleteInvisible && invisible);
-    if (gone && s.playbackIdle) {
-      candidate_.Set(e);
-      keptFaces -= s.boxMode ? 12 : fs[e + 1] - fs[e];
+
+  // The element loops run over words of 64 elements, so that each range owns the words of
+  // the bit sets it writes; a range holds enough vertices to be worth a thread.
+  const size_t words = (size_t(n) + 63) / 64;
+  const uint64_t vertsPerWord =
+      s.boxMode ? 8 * 64 : uint64_t(totalVerts_) * 64 / uint64_t(std::max(n, 1));
+  const size_t grain =
+      size_t(std::max<uint64_t>(1, kFrameGrainVerts / std::max<uint64_t>(vertsPerWord, 1)));
+
+  // Which elements leave the mesh. While the host plays the animation they are hidden in
+  // place instead, so that the topology survives from frame to frame.
+  if (candidate_.GetSize() != n) candidate_.SetSize(n, false);
+  std::atomic<int64_t> goneFaces{0};
+  ForRanges(words, grain, [&](size_t w0, size_t w1) {
+    int32_t lastA = -1;
+    const SampleBlock* block = nullptr;
+    int64_t gone = 0;
+    for (size_t w = w0; w < w1; ++w) {
+      uint64_t bits = 0;
+      const int end = std::min(n, int(w * 64 + 64));
+      for (int e = int(w * 64); e < end; ++e) {
+        const ElementFrameState& r = states[size_t(e)];
+        if (r.sampleA != lastA) lastA = r.sampleA, block = Block(r.sampleA);
+        const bool invisible = !block || !block->visible[size_t(e)];
+        if ((r.removed || !r.shown || (s.deleteInvisible && invisible)) && s.playbackIdle) {
+          bits |= uint64_t{1} << (e & 63);
+          gone += s.boxMode ? 12 : fs[e + 1] - fs[e];
+        }
+      }
+      candidate_.SetWord(w, bits);
     }
-  }
+    goneFaces.fetch_add(gone, std::memory_order_relaxed);
+  });
+  const int64_t keptFaces = (s.boxMode ? int64_t(n) * 12 : totalFaces_) - goneFaces.load();
   if (keptFaces == 0) {
     out.FreeAll();
     out.InvalidateTopologyCache();
@@ -291,51 +322,62 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
       for (int32_t j = 0; j < nf; ++j)
         out.faces[size_t(of + j)].flags = src.faces[size_t(sf + j)].flags;
     });
-    scratch.touched.ClearAll();
   }
 
   const bool normals = out.hasSpecNormals();
-  for (int e = 0; e < n; ++e) {
-    if (scratch.removed[e]) continue;
-    const ElementFrameState& r = states[size_t(e)];
-    const SampleBlock* block = sampleBlock(r.sampleA);
-    kv::Matrix3 m = block ? block->tm[size_t(e)] : kv::Matrix3();
-    if (r.interpolate) {
-      if (r.sampleA != lastPartsA) lastPartsA = r.sampleA, partsA = Parts(r.sampleA);
-      if (r.sampleB != lastB) lastB = r.sampleB, partsB = Parts(r.sampleB);
-      if (std::bit_cast<uint32_t>(r.fraction) != std::bit_cast<uint32_t>(weights.f))
-        weights = kv::SlerpWeights(r.fraction);
-      if (partsA && partsB) m = kv::BlendAffineParts(partsA[e], partsB[e], weights);
-    }
-    if (s.unitScale != 1.0f) m = m * s.unitScale;
-    const int32_t sv = s.boxMode ? e * 8 : vs[e];
-    const int32_t nv = s.boxMode ? 8 : vs[e + 1] - vs[e];
-    const int32_t sf = s.boxMode ? e * 12 : fs[e];
-    const int32_t nf = s.boxMode ? 12 : fs[e + 1] - fs[e];
-    kv::TransformPoints(m, src.verts.data() + sv, out.verts.data() + scratch.outVert[size_t(e)],
-                        size_t(nv));
-    const int32_t of = scratch.outFace[size_t(e)];
-    if (normals) {
-      const kv::Point3* ns = src.specNormals.data() + size_t(sf) * 3;
-      kv::Point3* no = out.specNormals.data() + size_t(of) * 3;
-      for (int32_t j = 0; j < nf * 3; ++j) no[j] = m.VectorTransform(ns[j]).Normalized();
-    }
+  ForRanges(words, grain, [&](size_t w0, size_t w1) {
+    // Elements mostly share their samples: the last blocks looked up are kept at hand.
+    int32_t lastA = -1, lastPartsA = -1, lastB = -1;
+    const SampleBlock* blockA = nullptr;
+    const kv::AffineParts *partsA = nullptr, *partsB = nullptr;
+    kv::SlerpWeights weights(0);  // for the fraction of the last element blended
+    for (size_t w = w0; w < w1; ++w) {
+      uint64_t touched = 0;
+      const int end = std::min(n, int(w * 64 + 64));
+      for (int e = int(w * 64); e < end; ++e) {
+        if (scratch.removed[e]) continue;
+        const ElementFrameState& r = states[size_t(e)];
+        if (r.sampleA != lastA) lastA = r.sampleA, blockA = Block(r.sampleA);
+        kv::Matrix3 m = blockA ? blockA->tm[size_t(e)] : kv::Matrix3();
+        if (r.interpolate) {
+          if (r.sampleA != lastPartsA) lastPartsA = r.sampleA, partsA = Parts(r.sampleA);
+          if (r.sampleB != lastB) lastB = r.sampleB, partsB = Parts(r.sampleB);
+          if (std::bit_cast<uint32_t>(r.fraction) != std::bit_cast<uint32_t>(weights.f))
+            weights = kv::SlerpWeights(r.fraction);
+          if (partsA && partsB) m = kv::BlendAffineParts(partsA[e], partsB[e], weights);
+        }
+        if (s.unitScale != 1.0f) m = m * s.unitScale;
+        const int32_t sv = s.boxMode ? e * 8 : vs[e];
+        const int32_t nv = s.boxMode ? 8 : vs[e + 1] - vs[e];
+        const int32_t sf = s.boxMode ? e * 12 : fs[e];
+        const int32_t nf = s.boxMode ? 12 : fs[e + 1] - fs[e];
+        kv::TransformPoints(m, src.verts.data() + sv, out.verts.data() + scratch.outVert[size_t(e)],
+                            size_t(nv));
+        const int32_t of = scratch.outFace[size_t(e)];
+        if (normals) {
+          const kv::Point3* ns = src.specNormals.data() + size_t(sf) * 3;
+          kv::Point3* no = out.specNormals.data() + size_t(of) * 3;
+          for (int32_t j = 0; j < nf * 3; ++j) no[j] = m.VectorTransform(ns[j]).Normalized();
+        }
 
-    const bool invisible = !block || !block->visible[size_t(e)];
-    const bool gone = r.removed || !r.shown || (s.deleteInvisible && invisible);
-    const bool kept = !s.deleteInvisible && invisible;
-    const bool hide = (gone && !s.playbackIdle) || (kept && s.hideInvisible);
-    const bool relabel = kept && s.applyHiddenMatId && s.hiddenMatId >= 0;
-    if (!hide && !relabel && r.matIdOverride < 0) continue;
-    kv::Face* faces = out.faces.data() + of;
-    if (r.matIdOverride >= 0)
-      for (int32_t j = 0; j < nf; ++j) faces[j].setMatID(kv::MtlID(r.matIdOverride));
-    if (relabel)
-      for (int32_t j = 0; j < nf; ++j) faces[j].setMatID(kv::MtlID(s.hiddenMatId));
-    if (hide)
-      for (int32_t j = 0; j < nf; ++j) faces[j].Hide();
-    scratch.touched.Set(e);
-  }
+        const bool invisible = !blockA || !blockA->visible[size_t(e)];
+        const bool gone = r.removed || !r.shown || (s.deleteInvisible && invisible);
+        const bool kept = !s.deleteInvisible && invisible;
+        const bool hide = (gone && !s.playbackIdle) || (kept && s.hideInvisible);
+        const bool relabel = kept && s.applyHiddenMatId && s.hiddenMatId >= 0;
+        if (!hide && !relabel && r.matIdOverride < 0) continue;
+        kv::Face* faces = out.faces.data() + of;
+        if (r.matIdOverride >= 0)
+          for (int32_t j = 0; j < nf; ++j) faces[j].setMatID(kv::MtlID(r.matIdOverride));
+        if (relabel)
+          for (int32_t j = 0; j < nf; ++j) faces[j].setMatID(kv::MtlID(s.hiddenMatId));
+        if (hide)
+          for (int32_t j = 0; j < nf; ++j) faces[j].Hide();
+        touched |= uint64_t{1} << (e & 63);
+      }
+      scratch.touched.SetWord(w, touched);
+    }
+  });
   if (keep)
     out.InvalidateGeomCache();
   else

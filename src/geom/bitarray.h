@@ -32,6 +32,12 @@ class BitArray {
   BitArray operator~() const;
   bool operator==(const BitArray& o) const;
 
+  // Bits 64w to 64w + 63 as one word, bit i of the word for element 64w + i. Loops that split
+  // their work on word boundaries write whole words, so no two of them share one.
+  std::size_t NumWords() const { return words_.size(); }
+  uint64_t Word(std::size_t w) const { return words_[w]; }
+  void SetWord(std::size_t w, uint64_t bits) { words_[w] = bits; }  // no bits past the size
+
   // Calls f(i) for every set bit in ascending order.
   template <class F>
   void ForEachSet(F&& f) const {

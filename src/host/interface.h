@@ -3,8 +3,11 @@
 // a reference and never assumes which host is behind it.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "geom/mesh.h"
@@ -27,6 +30,23 @@ enum PartMask : uint32_t {
   kPartSelect = 1u << 4,
   kPartDisplay = 1u << 5,
   kPartAll = 0xFFFFFFFFu,
+};
+
+// A borrowed callable fn(begin, end) over a range of item indices: two pointers, so that
+// handing a frame's loop to the host allocates nothing.
+class RangeFn {
+ public:
+  template <class F, class = std::enable_if_t<!std::is_same_v<std::decay_t<F>, RangeFn>>>
+  RangeFn(F&& f)  // NOLINT: implicit, so a lambda can be passed as it is
+      : obj_(const_cast<void*>(static_cast<const void*>(&f))),
+        call_([](void* o, size_t b, size_t e) {
+          (*static_cast<std::remove_reference_t<F>*>(o))(b, e);
+        }) {}
+  void operator()(size_t begin, size_t end) const { call_(obj_, begin, end); }
+
+ private:
+  void* obj_;
+  void (*call_)(void*, size_t, size_t);
 };
 
 class Interface {
@@ -114,6 +134,17 @@ class Interface {
   // A library under the host's plugins folder; null when absent. The host keeps it loaded.
   virtual void* LoadPluginLibrary(const std::string& name) = 0;
   virtual void* FindExport(void* library, const std::string& symbol) = 0;
+
+  // ---- work
+  // Calls fn on disjoint ranges that together cover [0, n), possibly on several threads at
+  // once, and returns when every call has returned. Ranges hold at least `grain` items
+  // (except a last, shorter one), so a caller sizes grain for the work an item costs. fn must
+  // only write what belongs to its own items, and must not throw. Serial unless the host has
+  // workers.
+  virtual void ParallelFor(size_t n, size_t grain, RangeFn fn) {
+    (void)grain;
+    if (n > 0) fn(0, n);
+  }
 };
 
 }  // namespace kv::host

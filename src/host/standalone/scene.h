@@ -170,8 +170,14 @@ class Scene final : public host::Interface {
   // `name` (".so" added when it has no extension) under the plugins folder.
   void* LoadPluginLibrary(const std::string& name) override;
   void* FindExport(void* library, const std::string& symbol) override;
+  // On a pool of worker threads (see SetThreadCount); serial with one thread.
+  void ParallelFor(size_t n, size_t grain, host::RangeFn fn) override;
 
   // ---- settings tests and the tool change
+  // Threads ParallelFor may use: 0 (the default) for every core, 1 for none besides the
+  // caller's.
+  void SetThreadCount(int n);
+  int ThreadCount() const;
   void SetFrameRate(int fps) { fps_ = fps > 0 ? fps : 30; }
   void SetAnimRange(const Interval& r) { range_ = r; }
   void SetRendering(bool on) { rendering_ = on; }
@@ -262,6 +268,11 @@ class Scene final : public host::Interface {
   bool listenerStdout_ = false;
   std::string assetDir_, pluginsDir_;
   std::vector<void*> libraries_;
+  struct Workers;  // defined beside ParallelFor, which alone sees the thread library
+  struct WorkersDeleter {
+    void operator()(Workers* w) const;
+  };
+  std::unique_ptr<Workers, WorkersDeleter> workers_;
 };
 
 }  // namespace kv::standalone
