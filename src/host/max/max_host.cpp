@@ -6,6 +6,7 @@
 
 #include "cache/registry.h"
 #include "host/max/cache_object.h"
+#include "host/max/mesh_convert.h"
 #include "object/cache_obj.h"
 
 namespace kv::max {
@@ -84,10 +85,39 @@ host::Node* MaxNode::GetChild(int i) const {
 
 host::Object* MaxNode::GetObjectRef() const {
   ::Object* o = n_->GetObjectRef();
-  if (!o || !(o->ClassID() == Class_ID(host::kKvCacheClassId.a, host::kKvCacheClassId.b))) {
-    return nullptr;
+  if (!o) return nullptr;
+  // A cache object is answered by its core, so that the core sees its own objects as such.
+  if (o->ClassID() == Class_ID(host::kKvCacheClassId.a, host::kKvCacheClassId.b)) {
+    return &static_cast<MaxCacheObject*>(o)->Core();
   }
-  return &static_cast<MaxCacheObject*>(o)->Core();
+  return &objRef_;
+}
+
+host::Control* MaxNode::GetTMController() const {
+  ::Control* c = n_->GetTMController();
+  if (!c) return nullptr;
+  if (!tm_ || tm_->Sdk() != c) tm_ = std::make_unique<MaxControl>(c);
+  return tm_.get();
+}
+
+host::Control* MaxNode::GetVisController() const {
+  ::Control* c = n_->GetVisController();
+  if (!c) return nullptr;
+  if (!vis_ || vis_->Sdk() != c) vis_ = std::make_unique<MaxControl>(c);
+  return vis_.get();
+}
+
+bool MaxNode::SetTMController(std::unique_ptr<host::Control> c) {
+  ::Control* s = MaxControl::SdkOf(c.get());
+  if (!s || c->Kind() != host::ControlKind::PRS) return false;
+  return n_->SetTMController(s) != FALSE;
+}
+
+bool MaxNode::SetVisController(std::unique_ptr<host::Control> c) {
+  ::Control* s = MaxControl::SdkOf(c.get());
+  if (!s || c->Kind() != host::ControlKind::Float) return false;
+  n_->SetVisController(s);
+  return true;
 }
 
 MaxNode* MaxHost::Wrap(::INode* n) const {
@@ -166,6 +196,33 @@ host::Node* MaxHost::CreateObjectNode(std::unique_ptr<host::Object> obj, const s
   if (!n) return nullptr;
   n->SetName(Widen(name).c_str());
   return Wrap(n);
+}
+
+host::Node* MaxHost::Place(::Object* obj, const std::string& name) {
+  if (!obj) return nullptr;
+  ::INode* n = Core()->CreateObjectNode(obj);
+  if (!n) return nullptr;
+  n->SetName(Widen(name).c_str());
+  return Wrap(n);
+}
+
+host::Node* MaxHost::CreateMeshNode(const kv::Mesh& mesh, const std::string& name) {
+  TriObject* tri = CreateNewTriObject();
+  if (!tri) return nullptr;
+  ToMax(mesh, tri->GetMesh());
+  return Place(tri, name);
+}
+
+host::Node* MaxHost::CreatePointHelperNode(const std::string& name) {
+  return Place(static_cast<::Object*>(
+                   Core()->CreateInstance(HELPER_CLASS_ID, Class_ID(POINTHELP_CLASS_ID, 0))),
+               name);
+}
+
+host::Node* MaxHost::CreateInstanceNode(const host::Node* of, const std::string& name) {
+  // The new node shares the object: an instance.
+  const auto* src = dynamic_cast<const MaxNode*>(of);
+  return src ? Place(src->Sdk()->GetObjectRef(), name) : nullptr;
 }
 
 void MaxHost::DeleteNode(host::Node* node) {

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "host/interface.h"
+#include "host/max/scene_objects.h"
 #include "host/max/sdk.h"
 
 namespace KelvaneTools {
@@ -28,7 +29,7 @@ class MaxHold final : public host::Hold {
 
 class MaxNode final : public host::Node {
  public:
-  explicit MaxNode(::INode* n) : n_(n) {}
+  explicit MaxNode(::INode* n) : n_(n), objRef_(n) {}
   ::INode* Sdk() const { return n_; }
 
   std::string GetName() const override { return Narrow(n_->GetName()); }
@@ -48,13 +49,17 @@ class MaxNode final : public host::Node {
   bool Selected() const override { return n_->Selected() != 0; }
   bool IsHidden() const override { return n_->IsHidden() != 0; }
   void Hide(bool on) override { n_->Hide(on ? TRUE : FALSE); }
-  host::Control* GetTMController() const override { return nullptr; }
-  host::Control* GetVisController() const override { return nullptr; }
+  host::Control* GetTMController() const override;
+  host::Control* GetVisController() const override;
+  bool SetTMController(std::unique_ptr<host::Control> c) override;
+  bool SetVisController(std::unique_ptr<host::Control> c) override;
   bool GetInheritVisibility() const override { return n_->GetInheritVisibility() != 0; }
   void SetInheritVisibility(bool on) override { n_->SetInheritVisibility(on ? TRUE : FALSE); }
 
  private:
   ::INode* n_;
+  mutable MaxObjectRef objRef_;
+  mutable std::unique_ptr<MaxControl> tm_, vis_;
 };
 
 class MaxHost final : public host::Interface {
@@ -85,11 +90,13 @@ class MaxHost final : public host::Interface {
   bool DependsOn(const host::Node* node, const host::Object* obj) const override;
   std::string MakeUniqueName(const std::string& base) const override;
   host::Node* CreateObjectNode(std::unique_ptr<host::Object> obj, const std::string& name) override;
-  host::Node* CreateMeshNode(const kv::Mesh&, const std::string&) override { return nullptr; }
-  host::Node* CreatePointHelperNode(const std::string&) override { return nullptr; }
-  host::Node* CreateInstanceNode(const host::Node*, const std::string&) override { return nullptr; }
+  host::Node* CreateMeshNode(const kv::Mesh& mesh, const std::string& name) override;
+  host::Node* CreatePointHelperNode(const std::string& name) override;
+  host::Node* CreateInstanceNode(const host::Node* of, const std::string& name) override;
   void DeleteNode(host::Node* node) override;
-  std::unique_ptr<host::Control> NewControl(host::ControlKind) override { return nullptr; }
+  std::unique_ptr<host::Control> NewControl(host::ControlKind kind) override {
+    return NewMaxControl(kind);
+  }
   void ClearSelection() override { Core()->ClearNodeSelection(FALSE); }
 
   // ---- materials
@@ -126,6 +133,7 @@ class MaxHost final : public host::Interface {
   MaxNode* Wrap(::INode* n) const;
 
  private:
+  host::Node* Place(::Object* obj, const std::string& name);
   static ::Interface* Core() { return GetCOREInterface(); }
   MaxHold hold_;
   mutable std::map<::INode*, std::unique_ptr<MaxNode>> nodes_;
