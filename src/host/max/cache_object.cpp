@@ -88,6 +88,17 @@ void MaxCacheObject::GetClassName(MSTR& s, bool localized) const {
   s = name ? name : plain.c_str();
 }
 
+ReferenceTarget* MaxCacheObject::Clone(RemapDir& remap) {
+  std::unique_ptr<host::Object> copy = core_->Clone();
+  auto* core = dynamic_cast<kvCache_obj*>(copy.get());
+  if (!core) return nullptr;
+  copy.release();
+  auto* clone = new (std::nothrow) MaxCacheObject(std::unique_ptr<kvCache_obj>(core));
+  if (!clone) return nullptr;
+  BaseClone(this, clone, remap);
+  return clone;
+}
+
 ::IOResult MaxCacheObject::Save(::ISave* isave) {
   SaveAdapter out(*isave);
   return core_->Save(out) ? IO_OK : IO_ERROR;

@@ -129,6 +129,7 @@ MaxNode* MaxHost::Wrap(::INode* n) const {
 
 void MaxHost::NotifyDependents(host::Object* obj, uint32_t parts) {
   if (MaxCacheObject* o = MaxCacheObject::Owning(obj)) {
+    o->InvalidateMesh();
     PartID p = 0;
     if (parts & host::kPartGeom) p |= PART_GEOM;
     if (parts & host::kPartTopo) p |= PART_TOPO;
@@ -227,6 +228,13 @@ host::Node* MaxHost::CreateInstanceNode(const host::Node* of, const std::string&
 
 void MaxHost::DeleteNode(host::Node* node) {
   if (auto* n = dynamic_cast<MaxNode*>(node)) Core()->DeleteNode(n->Sdk(), FALSE);
+}
+
+void MaxHost::FitMeshIDsToMaterial(kv::Mesh& mesh, host::Mtl* mtl) {
+  // Ids past the last sub-material wrap round, as the renderer reads them.
+  if (!mtl) return;
+  const int n = std::max(1, mtl->NumSubMtls());
+  for (kv::Face& f : mesh.faces) f.setMatID(static_cast<kv::MtlID>(f.getMatID() % n));
 }
 
 void MaxHost::SetStatusText(const std::string& text) {

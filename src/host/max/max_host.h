@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "host/interface.h"
+#include "host/max/materials.h"
 #include "host/max/scene_objects.h"
 #include "host/max/sdk.h"
 
@@ -41,8 +42,8 @@ class MaxNode final : public host::Node {
   kv::Matrix3 GetObjectTM(TimeValue t) const override { return ToKv(n_->GetObjectTM(t)); }
   float GetVisibility(TimeValue t) const override { return n_->GetVisibility(t); }
   host::Object* GetObjectRef() const override;
-  host::Mtl* GetMtl() const override { return nullptr; }
-  void SetMtl(host::Mtl*) override {}
+  host::Mtl* GetMtl() const override { return WrapMtl(n_->GetMtl()); }
+  void SetMtl(host::Mtl* m) override { n_->SetMtl(SdkMtl(m)); }
   uint32_t GetWireColor() const override { return n_->GetWireColor(); }
   void SetWireColor(uint32_t bgr) override { n_->SetWireColor(bgr); }
   bool IsDeleted() const override { return n_->TestAFlag(A_IS_DELETED) != 0; }
@@ -100,13 +101,16 @@ class MaxHost final : public host::Interface {
   void ClearSelection() override { Core()->ClearNodeSelection(FALSE); }
 
   // ---- materials
-  std::unique_ptr<host::MtlLib> NewMtlLib() override { return nullptr; }
-  bool LoadMaterialLibrary(const std::string&, host::MtlLib&) override { return false; }
-  bool SaveMaterialLibrary(const std::string&, const host::MtlLib&) override { return false; }
-  void FitMeshIDsToMaterial(kv::Mesh&, host::Mtl*) override {}
-  host::Mtl* CombineMaterials(host::Mtl*, host::Mtl*, int& offset) override {
-    offset = 0;
-    return nullptr;
+  std::unique_ptr<host::MtlLib> NewMtlLib() override { return std::make_unique<MaxMtlLib>(); }
+  bool LoadMaterialLibrary(const std::string& path, host::MtlLib& into) override {
+    return max::LoadMaterialLibrary(path, into);
+  }
+  bool SaveMaterialLibrary(const std::string& path, const host::MtlLib& lib) override {
+    return max::SaveMaterialLibrary(path, lib);
+  }
+  void FitMeshIDsToMaterial(kv::Mesh& mesh, host::Mtl* mtl) override;
+  host::Mtl* CombineMaterials(host::Mtl* a, host::Mtl* b, int& offset) override {
+    return max::CombineMaterials(a, b, offset);
   }
 
   // ---- user feedback

@@ -26,7 +26,8 @@ typedef ULONG SClass_ID;
 typedef unsigned short MtlID;
 typedef ULONG_PTR PartID;
 typedef unsigned int RefMessage;
-typedef void* RefTargetHandle;
+class ReferenceTarget;
+typedef ReferenceTarget* RefTargetHandle;
 
 #define GEOMOBJECT_CLASS_ID 0x000010
 #define CAMERA_CLASS_ID 0x000020
@@ -128,6 +129,7 @@ class Interval {
   void SetStart(TimeValue s);
   void SetEnd(TimeValue e);
   void SetInstant(const TimeValue t);
+  void SetEmpty();
 
  private:
   TimeValue start, end;
@@ -217,13 +219,15 @@ class ReferenceMaker : public Animatable {
   virtual IOResult Save(ISave* isave);
   virtual IOResult Load(ILoad* iload);
 };
+class RemapDir;
 class ReferenceTarget : public ReferenceMaker {
  public:
+  virtual ReferenceTarget* Clone(RemapDir& remap);
+  virtual void BaseClone(ReferenceTarget* from, ReferenceTarget* to, RemapDir& remap);
   RefResult NotifyDependents(const Interval& changeInt, PartID partID, RefMessage message,
                              SClass_ID sclass = NOTIFY_ALL, BOOL propagate = TRUE,
                              RefTargetHandle hTarg = nullptr);
 };
-class RemapDir;
 class Control : public ReferenceTarget {
  public:
   virtual void GetValue(TimeValue t, void* val, Interval& valid,
@@ -291,12 +295,28 @@ class MtlBase : public ReferenceTarget {
   MSTR& GetName();
   void SetName(MSTR s);
 };
+#define MATERIAL_CLASS_ID 0xc00
 class Mtl : public MtlBase {
  public:
   virtual int NumSubMtls();
   virtual Mtl* GetSubMtl(int i);
 };
-class MtlBaseLib;
+class MtlBaseLib : public ReferenceTarget {
+ public:
+  MtlBaseLib();
+  ~MtlBaseLib();
+  int Add(MtlBase* m);
+  int Count();
+  MtlBase*& operator[](const int i);
+  void DeleteAll();
+};
+class MultiMtl : public Mtl {
+ public:
+  virtual void SetNumSubMtls(int n) = 0;
+  virtual void SetSubMtl(int i, Mtl* m) = 0;
+};
+MultiMtl* NewDefaultMultiMtl();
+#define MULTI_MATERIAL_CLASS_ID 0x00000200
 
 // ---- objects and nodes (object.h, inode.h)
 class Object;

@@ -311,3 +311,26 @@ Object* Object::ConvertToType(TimeValue, Class_ID) {
 TriObject* CreateNewTriObject() {
   return nullptr;
 }
+MtlBaseLib::MtlBaseLib() {}
+MtlBaseLib::~MtlBaseLib() {}
+int MtlBaseLib::Add(MtlBase*) {
+  return 0;
+}
+int MtlBaseLib::Count() {
+  return 0;
+}
+MtlBase*& MtlBaseLib::operator[](const int) {
+  static MtlBase* none = nullptr;
+  return none;
+}
+void MtlBaseLib::DeleteAll() {}
+MultiMtl* NewDefaultMultiMtl() {
+  return nullptr;
+}
+void Interval::SetEmpty() {
+  start = end = TIME_NegInfinity;
+}
+ReferenceTarget* ReferenceTarget::Clone(RemapDir&) {
+  return nullptr;
+}
+void ReferenceTarget::BaseClone(ReferenceTarget*, ReferenceTarget*, RemapDir&) {}
