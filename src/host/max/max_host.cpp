@@ -321,6 +321,32 @@ void* MaxHost::FindExport(void* library, const std::string& symbol) {
   return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), symbol.c_str()));
 }
 
+bool MaxHost::ReplaceFile(const std::string& from, const std::string& to) {
+  // One rename that replaces the target; it fails, leaving both files, while the target is
+  // open elsewhere.
+  return MoveFileExW(Widen(from).c_str(), Widen(to).c_str(),
+                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+}
+
+std::string MaxHost::ToCodePage(std::string_view utf8) const {
+  const std::wstring w = Widen(utf8);
+  if (w.empty()) return {};
+  const int n = WideCharToMultiByte(CP_ACP, 0, w.data(), static_cast<int>(w.size()), nullptr, 0,
+                                    "?", nullptr);
+  std::string out(static_cast<size_t>(n), '\0');
+  WideCharToMultiByte(CP_ACP, 0, w.data(), static_cast<int>(w.size()), out.data(), n, "?", nullptr);
+  return out;
+}
+
+std::string MaxHost::FromCodePage(std::string_view bytes) const {
+  if (bytes.empty()) return {};
+  const int n =
+      MultiByteToWideChar(CP_ACP, 0, bytes.data(), static_cast<int>(bytes.size()), nullptr, 0);
+  std::wstring w(static_cast<size_t>(n), L'\0');
+  MultiByteToWideChar(CP_ACP, 0, bytes.data(), static_cast<int>(bytes.size()), w.data(), n);
+  return Narrow(w.c_str());
+}
+
 MaxHost& TheHost() {
   static MaxHost host;
   return host;

@@ -132,6 +132,11 @@ class MaxHost final : public host::Interface {
   std::string ResolveAssetPath(const std::string& name) const override;
   void* LoadPluginLibrary(const std::string& name) override;
   void* FindExport(void* library, const std::string& symbol) override;
+  bool ReplaceFile(const std::string& from, const std::string& to) override;
+
+  // ---- text: the system's ANSI code page, which 3ds Max uses for 8-bit names
+  std::string ToCodePage(std::string_view utf8) const override;
+  std::string FromCodePage(std::string_view bytes) const override;
 
   // The wrapper of an SDK node (made on first use, kept for the library's life); null for null.
   MaxNode* Wrap(::INode* n) const;
