@@ -170,10 +170,15 @@ class Scene final : public host::Interface {
   // `name` (".so" added when it has no extension) under the plugins folder.
   void* LoadPluginLibrary(const std::string& name) override;
   void* FindExport(void* library, const std::string& symbol) override;
+  // A rename over `to`. With open-file locking on it refuses, as Windows does, when this
+  // process holds a handle to either file; Linux itself would allow it.
+  bool ReplaceFile(const std::string& from, const std::string& to) override;
   // On a pool of worker threads (see SetThreadCount); serial with one thread.
   void ParallelFor(size_t n, size_t grain, host::RangeFn fn) override;
 
   // ---- settings tests and the tool change
+  void SetOpenFileLocking(bool on) { lockOpenFiles_ = on; }
+  int ReplacesRefused() const { return replacesRefused_; }
   // Threads ParallelFor may use: 0 (the default) for every core, 1 for none besides the
   // caller's.
   void SetThreadCount(int n);
@@ -268,6 +273,8 @@ class Scene final : public host::Interface {
   bool listenerStdout_ = false;
   std::string assetDir_, pluginsDir_;
   std::vector<void*> libraries_;
+  bool lockOpenFiles_ = false;
+  int replacesRefused_ = 0;
   struct Workers;  // defined beside ParallelFor, which alone sees the thread library
   struct WorkersDeleter {
     void operator()(Workers* w) const;
