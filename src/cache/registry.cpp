@@ -64,6 +64,13 @@ void* kvCacheRegistry::User(const std::string& fileName, int i) const {
   return it->second.users[static_cast<size_t>(i)];
 }
 
+std::vector<std::string> kvCacheRegistry::FileNames() const {
+  std::vector<std::string> names;
+  names.reserve(entries_.size());
+  for (const auto& [name, e] : entries_) names.push_back(name);
+  return names;
+}
+
 void kvCacheRegistry::Release(void* user) {
   for (auto it = entries_.begin(); it != entries_.end();) {
     auto& users = it->second.users;
