@@ -4,7 +4,7 @@
 set -euo pipefail
 pkgs=(build-essential cmake ninja-build clang libclang-rt-14-dev clang-format
       libgtest-dev libgmock-dev libbenchmark-dev
-      libtinygltf-dev nlohmann-json3-dev libstb-dev libspng-dev libcli11-dev libfmt-dev
+      libtinygltf-dev libtinyobjloader-dev nlohmann-json3-dev libstb-dev libspng-dev libcli11-dev libfmt-dev
       libbullet-dev zlib1g-dev pkg-config)
 missing=()
 for p in "${pkgs[@]}"; do
