@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "commands.h"
+#include "host/standalone/mesh_sequence.h"
 #include "playback_options.h"
 
 namespace kv::cli {
@@ -45,8 +46,14 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
       "record",
       "Record every mesh node of a scene (.gltf, .glb, a scene file, or a mesh sequence such "
       "as wall.####.obj) into a cache");
-  // A sequence pattern names no file of its own: the scene command checks what it names.
-  record->add_option("scene", rec.scene, "Scene or mesh sequence to record")->required();
+  // A sequence pattern names no file of its own: only other scenes must exist as named.
+  record->add_option("scene", rec.scene, "Scene or mesh sequence to record")
+      ->required()
+      ->check(CLI::Validator(
+          [](const std::string& v) {
+            return standalone::IsSequencePattern(v) ? std::string() : CLI::ExistingFile(v);
+          },
+          "FILE|PATTERN"));
   record->add_option("-o,--output", rec.output, "Cache file to write (.kvc)")->required();
   record->add_option("--start", rec.start, "First frame (default: the scene's range start)");
   record->add_option("--end", rec.end, "Last frame (default: the scene's range end)");
