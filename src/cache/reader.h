@@ -110,6 +110,9 @@ class kvCacheReader : public kvCacheBase {
   // Every block with progress (bytes done, bytes total); a cancel gives code 7.
   bool LoadAllSamples();
   bool IsSampleLoaded(int32_t s) const;
+  // Memory for sample blocks that "Stream" and "Per-Sample" keep once played; beyond it the
+  // blocks used longest ago are dropped (at least two blocks stay).
+  void SetStreamBudget(uint64_t bytes) { streamBudget_ = bytes; }
   int32_t NumSamplesLoaded() const;
   bool AllSamplesLoaded() const;
 
@@ -144,6 +147,7 @@ class kvCacheReader : public kvCacheBase {
     std::vector<kv::Matrix3> tm;
     std::vector<uint8_t> visible;
     std::vector<kv::AffineParts> parts;  // decomposed on first blend
+    uint64_t lastUse = 0;                // the frame that last wanted it
   };
 
   bool ReadIndex(uint64_t fileSize);
@@ -151,6 +155,9 @@ class kvCacheReader : public kvCacheBase {
   void LoadMaterialLibrary();
   const SampleBlock* Block(int32_t s) const;
   const kv::AffineParts* Parts(int32_t s) const;
+  // Drops the blocks used longest ago that this frame does not want, until what stays and
+  // what the frame still has to load fit the stream budget (or two blocks, or the frame's).
+  void EvictBlocks(const uint8_t* wanted);
   void RebuildTopology(kv::Mesh& out, const FrameSettings& s, FrameScratch& scratch) const;
   // fn(begin, end) over [0, n) through the host's parallel-for (serially without a host).
   template <class F>
@@ -161,6 +168,7 @@ class kvCacheReader : public kvCacheBase {
   static constexpr size_t kMapGrain = 8192;            // elements mapped to samples
   static constexpr size_t kDecompGrain = 1024;         // transforms decomposed
   static constexpr uint64_t kFrameGrainVerts = 32768;  // vertices moved
+  static constexpr uint64_t kStreamBudget = uint64_t{16} << 20;
 
   kv::host::Interface* host_;
   bool keepOpen_ = true;
@@ -183,7 +191,9 @@ class kvCacheReader : public kvCacheBase {
   std::vector<std::unique_ptr<SampleBlock>> blocks_;
   int32_t loadedCount_ = 0;
   std::vector<uint8_t> blockBytes_;  // one sample block as read
-  kv::BitArray candidate_;           // elements to leave out of the frame being read
+  uint64_t useClock_ = 0;            // counts the frames that loaded samples
+  uint64_t streamBudget_ = kStreamBudget;
+  kv::BitArray candidate_;  // elements to leave out of the frame being read
   // First vertex and face of each element in the combined mesh, with the totals appended:
   // compact copies of the element records' offsets for the per-element frame loop.
   std::vector<int32_t> vertStart_, faceStart_;

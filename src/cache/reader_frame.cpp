@@ -66,6 +66,7 @@ bool kvCacheReader::LoadSample(int32_t s, bool keepFileOpen) {
                                {m[9], m[10], m[11]});
     block->visible[i] = p[48] != 0;
   }
+  block->lastUse = useClock_;
   blocks_[size_t(s)] = std::move(block);
   ++loadedCount_;
   if (!keepFileOpen && (!keepOpen_ || AllSamplesLoaded())) Close();
@@ -141,12 +142,45 @@ bool kvCacheReader::LoadSamplesForElements(std::span<ElementFrameState> states,
       }
     }
   });
+  // "Pre-Load" holds every block. The others keep what they played while it fits a budget,
+  // so that scrubbing back over it reads nothing, but a cache of a hundred thousand elements
+  // must not end up holding every sample it ever showed.
+  if (s.loadType != LoadType::PreLoad) EvictBlocks(wanted);
   bool ok = true;
   for (int32_t sample = 0; sample < n && ok; ++sample)
     if (wanted[sample] && !LoadSample(sample, true)) ok = false;
   // "Per-Sample" closes after each batch; any mode closes once nothing is left to read.
   if (ok && (!keepOpen_ || AllSamplesLoaded())) Close();
   return ok;
+}
+
+void kvCacheReader::EvictBlocks(const uint8_t* wanted) {
+  ++useClock_;
+  const int32_t n = header_.numSamples;
+  int32_t toLoad = 0, wantedCount = 0;
+  for (int32_t s = 0; s < n; ++s) {
+    if (!wanted[s]) continue;
+    ++wantedCount;
+    if (blocks_[size_t(s)])
+      blocks_[size_t(s)]->lastUse = useClock_;
+    else
+      ++toLoad;
+  }
+  const uint64_t blockMemory =
+      uint64_t(header_.numNodes) * (sizeof(kv::Matrix3) + 1 + sizeof(kv::AffineParts));
+  const int64_t keep = std::max<int64_t>(
+      {2, wantedCount, int64_t(streamBudget_ / std::max<uint64_t>(blockMemory, 1))});
+  while (loadedCount_ + toLoad > keep) {
+    int32_t oldest = -1;
+    for (int32_t s = 0; s < n; ++s) {
+      const SampleBlock* b = blocks_[size_t(s)].get();
+      if (b && !wanted[s] && (oldest < 0 || b->lastUse < blocks_[size_t(oldest)]->lastUse))
+        oldest = s;
+    }
+    if (oldest < 0) break;
+    blocks_[size_t(oldest)].reset();
+    --loadedCount_;
+  }
 }
 
 const kvCacheReader::SampleBlock* kvCacheReader::Block(int32_t s) const {

@@ -126,7 +126,9 @@ void TransformPoints(const Matrix3& m, const Point3* in, Point3* out, std::size_
 #if defined(KV_HAVE_AVX_PATH)
   if (HasAvx()) done = TransformAvx(m, src, dst, n);
 #endif
-  done += TransformSse(m, src + 3 * done, dst + 3 * done, n - done);
+  // Its twelve broadcasts are wasted on a tail of fewer than four (an element's vertex count
+  // is often a multiple of eight).
+  if (n - done >= 4) done += TransformSse(m, src + 3 * done, dst + 3 * done, n - done);
 #endif
   TransformScalar(m, src + 3 * done, dst + 3 * done, n - done);
 }
