@@ -2,25 +2,13 @@
 
 #include <CLI/CLI.hpp>
 #include <cmath>
-#include <map>
 #include <ostream>
 
 #include "commands.h"
+#include "playback_options.h"
 
 namespace kv::cli {
 namespace {
-
-// Names accepted by the choice options, mapped to the parameter values they stand for.
-const std::map<std::string, int> kOrtNames{{"hide", 0}, {"hold", 1}, {"loop", 2}, {"pingpong", 3}};
-const std::map<std::string, int> kLoadNames{{"stream", 0}, {"per-sample", 1}, {"pre-load", 2}};
-const std::map<std::string, int> kStepNames{
-    {"frame", 0}, {"half", 1}, {"quarter", 2}, {"eighth", 3}};
-// The unit drop-down spells millimeters "Milimeters": both spellings are accepted, as are the
-// -metres forms.
-const std::map<std::string, int> kUnitNames{
-    {"inches", 0},     {"feet", 1},        {"miles", 2},       {"millimeters", 3},
-    {"milimeters", 3}, {"millimetres", 3}, {"centimeters", 4}, {"centimetres", 4},
-    {"meters", 5},     {"metres", 5},      {"kilometers", 6},  {"kilometres", 6}};
 
 // NaN and infinity parse as numbers, and a NaN passes every range check: refuse them.
 const CLI::Validator kFinite(
@@ -79,31 +67,7 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   auto* timeOpt = play->add_option("--time", pl.ticks, "Scene time in ticks (4800 a second)");
   frameOpt->excludes(timeOpt);
   play->add_option("-o,--output", pl.output, "Mesh to write (.obj, .ply or .glb)")->required();
-  play->add_option("--scene-fps", pl.sceneFps, "Scene frame rate (default: the cache's)")
-      ->check(CLI::Range(1, 4800));
-  play->add_option("--start", pl.start, "Scene frame at which playback starts");
-  play->add_option("--speed", pl.speed, "Playback speed factor");
-  play->add_option("--fps", pl.fps, "Frame rate in which cache frames are counted")
-      ->check(CLI::Range(1, 999999));
-  play->add_option("--steps", pl.steps, "Sub-frame quantisation: frame, half, quarter, eighth")
-      ->transform(CLI::CheckedTransformer(kStepNames, CLI::ignore_case));
-  play->add_flag("--reverse", pl.reverse, "Play backwards");
-  play->add_option("--graph-frame", pl.graphFrame, "Show this cache frame whatever the time");
-  play->add_option("--before", pl.before, "Before the first frame: hide, hold, loop, pingpong")
-      ->transform(CLI::CheckedTransformer(kOrtNames, CLI::ignore_case));
-  play->add_option("--after", pl.after, "After the last frame: hide, hold, loop, pingpong")
-      ->transform(CLI::CheckedTransformer(kOrtNames, CLI::ignore_case));
-  play->add_flag("--no-interpolate", pl.noInterpolate, "Snap to samples");
-  play->add_flag("--box", pl.box, "Elements as bounding boxes");
-  play->add_flag("--dont-delete", pl.dontDelete, "Keep invisible elements");
-  play->add_option("--scale", pl.scale, "Uniform scale")->check(CLI::Range(1e-7, 999999.0));
-  play->add_option("--scale-from", pl.scaleFrom,
-                   "Unit converted from; the scale becomes --scale x (to / from)")
-      ->transform(CLI::CheckedTransformer(kUnitNames, CLI::ignore_case));
-  play->add_option("--scale-to", pl.scaleTo, "Unit converted to")
-      ->transform(CLI::CheckedTransformer(kUnitNames, CLI::ignore_case));
-  play->add_option("--load", pl.load, "Loading: stream, per-sample, pre-load")
-      ->transform(CLI::CheckedTransformer(kLoadNames, CLI::ignore_case));
+  AddPlaybackOptions(*play, pl);
 
   DemoArgs dm;
   CLI::App* demo = app.add_subcommand(

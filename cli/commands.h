@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "playback_options.h"
+
 namespace kv::cli {
 
 // Exit codes shared by every command.
@@ -32,25 +34,11 @@ struct InfoArgs {
   bool elements = false;
 };
 
-struct PlayArgs {
+struct PlayArgs : PlaybackArgs {
   std::string file;
   std::optional<double> frame;     // scene frame, rounded to the nearest tick
   std::optional<long long> ticks;  // scene time
   std::string output;              // .obj, .ply or .glb
-  std::optional<int> sceneFps;     // default: the cache's own frame rate
-  int start = 0;                   // playStart
-  float speed = 1.0f;              // playSpeed
-  std::optional<int> fps;          // playFPS (default: the scene rate)
-  int steps = 0;                   // playSpeedSteps: 0 frame, 1 half, 2 quarter, 3 eighth
-  bool reverse = false;
-  std::optional<double> graphFrame;  // playUseGraph + playFrame
-  int before = 1, after = 1;         // playInORT / playOutORT
-  bool noInterpolate = false;
-  bool box = false;
-  bool dontDelete = false;
-  float scale = 1.0f;
-  int scaleFrom = 0, scaleTo = 0;  // unit indices
-  int load = 0;                    // loadTypeLocal
 };
 
 struct DemoArgs {

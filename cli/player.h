@@ -23,7 +23,7 @@ class CachePlayer {
   CachePlayer& operator=(const CachePlayer&) = delete;
 
   // Points the object at `file` and applies the playback and render options of `a`.
-  void Configure(const std::string& file, const PlayArgs& a);
+  void Configure(const std::string& file, const PlaybackArgs& a);
   // With the "Pre-Load" type, reads every sample of the file now, reporting (done, total) to
   // `progress`, which answers false to cancel: the read is the long part of playing a big
   // cache. False with `error` set when the read failed or was cancelled (`cancelled` set);
