@@ -217,9 +217,10 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     code = ok ? 0 : writer.ErrorCode();
     message = ok ? std::string() : writer.ErrorMessage();
     if (ok) {
-      std::error_code ec;
-      fs::rename(temp, path, ec);
-      if (ec) {
+      // Readers let go of the old file for the replace; if it fails they keep it, unchanged.
+      const bool released = refresher_ && refresher_->ReleaseFile(path);
+      if (!ip_.ReplaceFile(temp, path)) {
+        if (released) refresher_->KeepFile(path);
         ok = false;
         code = 4;
         message = txt::UnknownFileError();
@@ -245,9 +246,10 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
   }
   res.elements = writer.Count();
 
-  // 10, 15. The old library is replaced only now that the new cache is in place.
+  // 10, 15. The old library is replaced only now that the new cache is in place, and the
+  // same way: the new one is written beside it and put in its place.
   const std::string matPath = MaterialLibraryPath(path);
-  RemoveQuietly(matPath);
+  bool libraryReplaced = false;
   if (host::Mtl* mtl = writer.CombinedMaterial()) {
     // Named after the final file, not the temporary one the writer saw.
     const std::string stem = fs::path(path).stem().string();
@@ -255,9 +257,14 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     if (target.SaveMaterial()) {
       std::unique_ptr<host::MtlLib> lib = ip_.NewMtlLib();
       lib->Add(mtl);
-      ip_.SaveMaterialLibrary(matPath, *lib);
+      const std::string matTemp = TemporaryPathFor(matPath);
+      libraryReplaced = ip_.SaveMaterialLibrary(matTemp, *lib) && ip_.ReplaceFile(matTemp, matPath);
+      if (!libraryReplaced) RemoveQuietly(matTemp);
     }
   }
+  // A library left from the previous recording would describe materials the new cache does
+  // not use.
+  if (!libraryReplaced) RemoveQuietly(matPath);
 
   // 16-17. Everything that plays this file sees the new content.
   if (refresher_) refresher_->FileRewritten(path, target);

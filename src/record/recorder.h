@@ -2,8 +2,11 @@
 // .kvc file, then points every object that plays that file at the new content.
 //
 // Recording never destroys data: the file is written beside its target under a temporary name
-// and renamed over the target only when the whole write succeeded, so a failed or cancelled
-// recording leaves the cache that was there before untouched.
+// and put in the target's place (host::Interface::ReplaceFile) only when the whole write
+// succeeded, so a failed or cancelled recording leaves the cache that was there before
+// untouched. Readers of the target let go of their handles for the replace and take the new
+// file afterwards. The material library beside the cache is replaced the same way, and only
+// once the new cache is in place.
 #pragma once
 
 #include <cstdint>
@@ -132,6 +135,15 @@ class RecordRefresher {
   // The file at `path` has new content: every reader of it reopens and every object that plays
   // it invalidates its evaluation and notifies its dependents; `target` acquires it again.
   virtual void FileRewritten(const std::string& path, RecordTarget& target) = 0;
+  // Before the file at `path` is replaced: every reader of it lets go of its file handle, as
+  // a system that locks open files requires. True when a handle was let go.
+  virtual bool ReleaseFile(const std::string& path) {
+    (void)path;
+    return false;
+  }
+  // The replace failed after ReleaseFile answered true: the readers take their handles back
+  // and stay as they were.
+  virtual void KeepFile(const std::string& path) { (void)path; }
 };
 
 enum class RecordStatus {
