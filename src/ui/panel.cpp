@@ -61,6 +61,17 @@ class ParamPick : public host::PickModeCallback {
 
 }  // namespace
 
+// A spinner drag of one end of a range pair starts (or goes on): the object remembers the
+// other end's value from before the drag.
+void StartDrag(Panel& p, int dragged, int other, int mark) {
+  kvCache_obj& obj = p.Object();
+  if (obj.RangeDragId() != dragged) {
+    p.rangeOther_ = obj.Params().GetInt(other);
+    obj.SetRangeDrag(dragged, p.rangeOther_);
+  }
+  p.rangeMark_ = mark;
+}
+
 // ---------------------------------------------------------------- Cache File
 
 class kvCacheDlgProc_main : public DlgProc {
@@ -186,15 +197,15 @@ class kvCacheDlgProc_writer : public DlgProc {
       default:
         break;
     }
-    // The range mark: which end a drag moves, and the other end's value before it.
+    // The range mark: which end a drag moves, and the other end's value before it. The
+    // object reads it to bring a pushed end back as the drag returns.
     if (id == IDC_REC_START_SPIN) {
-      if (panel_.rangeMark_ != 1) panel_.rangeOther_ = pb.GetInt(P::kRecEnd);
-      panel_.rangeMark_ = 1;
+      StartDrag(panel_, P::kRecStart, P::kRecEnd, 1);
     } else if (id == IDC_REC_END_SPIN) {
-      if (panel_.rangeMark_ != 2) panel_.rangeOther_ = pb.GetInt(P::kRecStart);
-      panel_.rangeMark_ = 2;
+      StartDrag(panel_, P::kRecEnd, P::kRecStart, 2);
     } else {
       panel_.rangeMark_ = 0;
+      obj.ClearRangeDrag();
     }
   }
 
@@ -265,6 +276,8 @@ class kvCacheDlgProc_groups : public DlgProc {
   using DlgProc::DlgProc;
   void Command(int id, bool) override {
     kvCache_obj& obj = panel_.Object();
+    if (const ControlState* c = panel_.Find(id); c && c->def->kind == Kind::Edit)
+      id = c->def->buddy;
     const int gi = panel_.GroupIndex();
     const ElementGroupList& groups = obj.Groups();
     if (id == IDC_GROUP_ADD) {
@@ -363,6 +376,15 @@ class kvCacheDlgProc_explode : public DlgProc {
   void Command(int id, bool) override {
     kvCache_obj& obj = panel_.Object();
     host::Interface& ip = panel_.Host();
+    if (id == IDC_EXP_START_SPIN) {
+      StartDrag(panel_, P::kExplodeStart, P::kExplodeEnd, 0);
+      return;
+    }
+    if (id == IDC_EXP_END_SPIN) {
+      StartDrag(panel_, P::kExplodeEnd, P::kExplodeStart, 0);
+      return;
+    }
+    obj.ClearRangeDrag();
     if (id == IDC_EXP_RANGE) {
       const Interval r = ip.GetAnimRange();
       const int tpf = std::max(1, ip.GetTicksPerFrame());
@@ -491,14 +513,17 @@ bool Panel::Type(int id, double value) {
   int map = -1;
   ControlState* c = Mutable(id, &map);
   if (!c || !c->enabled) return false;
+  // A typed value comes from the edit (its command is the edit's); a dragged one from the
+  // spinner.
+  const int commandId = id;
   if (c->def->kind == Kind::Edit) {
-    id = c->def->buddy;
-    c = Mutable(id, &map);
+    c = Mutable(c->def->buddy, &map);
     if (!c || !c->enabled) return false;
   }
   if (c->def->kind != Kind::Spinner || !std::isfinite(value)) return false;
   // A drag starts with its command, so the range mark sees the values from before it.
-  if (map == P::kMapRecord) SendCommand(map, id);
+  const bool before = map == P::kMapRecord || map == P::kMapExplode;
+  if (before) SendCommand(map, commandId);
   c->value = value;
   const int param = c->def->param;
   ParamBlock& pb = obj_.Params();
@@ -513,7 +538,7 @@ bool Panel::Type(int id, double value) {
     else
       pb.SetFloat(param, t, static_cast<float>(value));
   }
-  if (map != P::kMapRecord) SendCommand(map, id);
+  if (!before) SendCommand(map, commandId);
   Refresh();
   return true;
 }

@@ -122,6 +122,7 @@ class Panel {
   friend class kvCacheDlgProc_writer;
   friend class kvCacheDlgProc_groups;
   friend class kvCacheDlgProc_explode;
+  friend void StartDrag(Panel& p, int dragged, int other, int mark);
 
   ControlState* Mutable(int id, int* map = nullptr);
   void SendCommand(int map, int id);

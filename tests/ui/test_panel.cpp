@@ -257,6 +257,21 @@ TEST_F(PanelTest, RangeSpinnersPushEachOtherAndComeBack) {
   // Any other command clears the mark.
   p.Press(IDC_REC_ALL);
   EXPECT_EQ(p.RangeMark(), 0);
+
+  // A typed value pushes too, but never brings the pushed end back.
+  p.Type(IDC_REC_START_EDIT, 20);
+  EXPECT_EQ(pb.GetInt(P::kRecEnd), 20);
+  p.Type(IDC_REC_START_EDIT, 4);
+  EXPECT_EQ(pb.GetInt(P::kRecEnd), 20);
+  EXPECT_EQ(p.RangeMark(), 0);
+
+  // The explode range pair behaves the same under its spinners.
+  p.SetRolloutOpen(P::kMapExplode, true);
+  p.Type(IDC_EXP_END_SPIN, 30);
+  p.Type(IDC_EXP_START_SPIN, 40);
+  EXPECT_EQ(pb.GetInt(P::kExplodeEnd), 40);
+  p.Type(IDC_EXP_START_SPIN, 0);
+  EXPECT_EQ(pb.GetInt(P::kExplodeEnd), 30);
 }
 
 TEST_F(PanelTest, StatusFieldFillsWithProgress) {
