@@ -396,6 +396,8 @@ class LightObject : public Object {
 };
 
 // ---- the application (maxapi.h)
+#define APPENDROLL_CLOSED (1 << 0)
+#define ROLLUP_CAT_STANDARD 4000
 class Interface {
  public:
   virtual HWND GetMAXHWnd() const = 0;
@@ -422,6 +424,10 @@ class Interface {
   virtual void ProgressEnd() = 0;
   virtual BOOL GetCancel() = 0;
   virtual void SetCancel(BOOL sw) = 0;
+  virtual HWND AddRollupPage(HINSTANCE hInst, const MCHAR* dlgTemplate, DLGPROC dlgProc,
+                             const MCHAR* title, LPARAM param = 0, DWORD flags = 0,
+                             int category = ROLLUP_CAT_STANDARD) = 0;
+  virtual void DeleteRollupPage(HWND hRollup) = 0;
   virtual int LoadMaterialLib(const MCHAR* name, MtlBaseLib* lib = nullptr) = 0;
   virtual int SaveMaterialLib(const MCHAR* name, MtlBaseLib* lib = nullptr) = 0;
 };
