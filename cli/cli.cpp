@@ -2,25 +2,14 @@
 
 #include <CLI/CLI.hpp>
 #include <cmath>
-#include <map>
+#include <cstdio>
 #include <ostream>
 
 #include "commands.h"
+#include "playback_options.h"
 
 namespace kv::cli {
 namespace {
-
-// Names accepted by the choice options, mapped to the parameter values they stand for.
-const std::map<std::string, int> kOrtNames{{"hide", 0}, {"hold", 1}, {"loop", 2}, {"pingpong", 3}};
-const std::map<std::string, int> kLoadNames{{"stream", 0}, {"per-sample", 1}, {"pre-load", 2}};
-const std::map<std::string, int> kStepNames{
-    {"frame", 0}, {"half", 1}, {"quarter", 2}, {"eighth", 3}};
-// The unit drop-down spells millimeters "Milimeters": both spellings are accepted, as are the
-// -metres forms.
-const std::map<std::string, int> kUnitNames{
-    {"inches", 0},     {"feet", 1},        {"miles", 2},       {"millimeters", 3},
-    {"milimeters", 3}, {"millimetres", 3}, {"centimeters", 4}, {"centimetres", 4},
-    {"meters", 5},     {"metres", 5},      {"kilometers", 6},  {"kilometres", 6}};
 
 // NaN and infinity parse as numbers, and a NaN passes every range check: refuse them.
 const CLI::Validator kFinite(
@@ -37,6 +26,28 @@ void RefuseNonFinite(CLI::App& app) {
   for (CLI::Option* o : app.get_options())
     if (o->get_type_name().rfind("FLOAT", 0) == 0) o->check(kFinite);
   for (CLI::App* sub : app.get_subcommands([](CLI::App*) { return true; })) RefuseNonFinite(*sub);
+}
+
+// "WxH" into the view's size.
+void AddViewOptions(CLI::App& cmd, ViewArgs& v) {
+  cmd.add_option_function<std::string>(
+         "--size",
+         [&v](const std::string& text) {
+           int w = 0, h = 0;
+           char tail = 0;
+           if (std::sscanf(text.c_str(), "%dx%d%c", &w, &h, &tail) != 2 || w < 16 || h < 16 ||
+               w > 16384 || h > 16384)
+             throw CLI::ValidationError("--size", "must be WxH, 16 to 16384 pixels each: " + text);
+           v.width = w, v.height = h;
+         },
+         "Picture size WxH (default 800x600)")
+      ->type_name("WxH");
+  cmd.add_option("--view", v.view, "persp, top, front or left (default persp)")
+      ->check(CLI::IsMember({"persp", "top", "front", "left"}));
+  cmd.add_flag("--wire", v.wire, "A wireframe viewport");
+  cmd.add_flag("--markers", v.markers, "Element markers (keeps invisible elements)");
+  cmd.add_flag("--icon", v.icon, "The object's icon");
+  cmd.add_flag("--boxes", v.boxes, "Elements as their bounding boxes");
 }
 
 }  // namespace
@@ -79,31 +90,35 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   auto* timeOpt = play->add_option("--time", pl.ticks, "Scene time in ticks (4800 a second)");
   frameOpt->excludes(timeOpt);
   play->add_option("-o,--output", pl.output, "Mesh to write (.obj, .ply or .glb)")->required();
-  play->add_option("--scene-fps", pl.sceneFps, "Scene frame rate (default: the cache's)")
-      ->check(CLI::Range(1, 4800));
-  play->add_option("--start", pl.start, "Scene frame at which playback starts");
-  play->add_option("--speed", pl.speed, "Playback speed factor");
-  play->add_option("--fps", pl.fps, "Frame rate in which cache frames are counted")
-      ->check(CLI::Range(1, 999999));
-  play->add_option("--steps", pl.steps, "Sub-frame quantisation: frame, half, quarter, eighth")
-      ->transform(CLI::CheckedTransformer(kStepNames, CLI::ignore_case));
-  play->add_flag("--reverse", pl.reverse, "Play backwards");
-  play->add_option("--graph-frame", pl.graphFrame, "Show this cache frame whatever the time");
-  play->add_option("--before", pl.before, "Before the first frame: hide, hold, loop, pingpong")
-      ->transform(CLI::CheckedTransformer(kOrtNames, CLI::ignore_case));
-  play->add_option("--after", pl.after, "After the last frame: hide, hold, loop, pingpong")
-      ->transform(CLI::CheckedTransformer(kOrtNames, CLI::ignore_case));
-  play->add_flag("--no-interpolate", pl.noInterpolate, "Snap to samples");
-  play->add_flag("--box", pl.box, "Elements as bounding boxes");
-  play->add_flag("--dont-delete", pl.dontDelete, "Keep invisible elements");
-  play->add_option("--scale", pl.scale, "Uniform scale")->check(CLI::Range(1e-7, 999999.0));
-  play->add_option("--scale-from", pl.scaleFrom,
-                   "Unit converted from; the scale becomes --scale x (to / from)")
-      ->transform(CLI::CheckedTransformer(kUnitNames, CLI::ignore_case));
-  play->add_option("--scale-to", pl.scaleTo, "Unit converted to")
-      ->transform(CLI::CheckedTransformer(kUnitNames, CLI::ignore_case));
-  play->add_option("--load", pl.load, "Loading: stream, per-sample, pre-load")
-      ->transform(CLI::CheckedTransformer(kLoadNames, CLI::ignore_case));
+  AddPlaybackOptions(*play, pl);
+
+  RenderArgs rn;
+  CLI::App* render = app.add_subcommand(
+      "render", "Draw the cache object as the viewport shows it into a PNG picture");
+  render->add_option("input", rn.input, "Cache file (.kvc) or scene file with a cache object")
+      ->required()
+      ->check(CLI::ExistingFile);
+  render->add_option("--node", rn.node, "The cache node of a scene file (default: the first)");
+  auto* rFrame = render->add_option("--frame", rn.frame, "Scene frame (decimal)");
+  auto* rFrames =
+      render->add_option("--frames", rn.frames, "A:B:STEP: a contact sheet of these frames");
+  rFrame->excludes(rFrames);
+  render->add_option("-o,--output", rn.output, "Picture to write (.png)")->required();
+  AddViewOptions(*render, rn.view);
+  AddPlaybackOptions(*render, rn.play);
+
+  PickArgs pk;
+  CLI::App* pick = app.add_subcommand(
+      "pick", "Select the elements of a cache node at a pixel or in a window of its picture");
+  pick->add_option("scene", pk.scene, "Scene file")->required()->check(CLI::ExistingFile);
+  pick->add_option("node", pk.node, "The cache node")->required();
+  pick->add_option("--frame", pk.frame, "Scene frame (decimal)")->required();
+  auto* at = pick->add_option("--at", pk.at, "X,Y: the element under this pixel");
+  auto* win = pick->add_option("--window", pk.window, "X0,Y0,X1,Y1: the elements inside");
+  at->excludes(win);
+  pick->add_flag("--crossing", pk.crossing, "With --window: also elements the window touches");
+  pick->add_flag("--save", pk.save, "Save the selection into the scene file");
+  AddViewOptions(*pick, pk.view);
 
   DemoArgs dm;
   CLI::App* demo = app.add_subcommand(
@@ -123,8 +138,9 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   } catch (const CLI::ParseError& e) {
     const std::string first = argc > 1 ? argv[1] : "";
     if (!first.empty() && first[0] != '-' && !record->parsed() && !info->parsed() &&
-        !play->parsed() && !demo->parsed())
-      err << "kvcache: unknown command '" << first << "' (use record, info, play or demo)\n";
+        !play->parsed() && !demo->parsed() && !render->parsed() && !pick->parsed())
+      err << "kvcache: unknown command '" << first
+          << "' (use record, info, play, render, pick or demo)\n";
     else
       err << "kvcache: " << e.what() << '\n';
     err << "Run with --help for more information.\n";
@@ -141,7 +157,20 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     return kExitUsage;
   }
 
+  if (render->parsed() && !rn.frame && rn.frames.empty()) {
+    err << "kvcache render: one of --frame or --frames is required\n"
+        << "Run with --help for more information.\n";
+    return kExitUsage;
+  }
+  if (pick->parsed() && pk.at.empty() && pk.window.empty()) {
+    err << "kvcache pick: one of --at or --window is required\n"
+        << "Run with --help for more information.\n";
+    return kExitUsage;
+  }
+
   try {
+    if (render->parsed()) return RunRender(rn, common, out, err);
+    if (pick->parsed()) return RunPick(pk, common, out, err);
     if (record->parsed()) return RunRecord(rec, common, out, err);
     if (info->parsed()) return RunInfo(inf, common, out, err);
     if (play->parsed()) return RunPlay(pl, common, out, err);

@@ -53,6 +53,34 @@ struct PlayArgs {
   int load = 0;                    // loadTypeLocal
 };
 
+// How a picture is taken: its size, the view, and what the object shows.
+struct ViewArgs {
+  int width = 800, height = 600;
+  std::string view = "persp";  // persp, top, front, left
+  bool wire = false;           // a wireframe viewport
+  bool markers = false;        // element markers (vpShowMarkers on, vpDeleteObjects off)
+  bool icon = false;           // the object's icon
+  bool boxes = false;          // elements as boxes (vpBoxMode)
+};
+struct RenderArgs {
+  std::string input;                // .kvc, or a scene file with a cache object
+  std::optional<std::string> node;  // the cache node of a scene (default: the first)
+  std::optional<double> frame;
+  std::string frames;  // "A:B:STEP": a contact sheet
+  std::string output;  // .png
+  ViewArgs view;
+  PlayArgs play;  // playback options, for a .kvc input
+};
+struct PickArgs {
+  std::string scene;
+  std::string node;
+  double frame = 0;
+  std::string at;      // "X,Y"
+  std::string window;  // "X0,Y0,X1,Y1"
+  bool crossing = false;
+  bool save = false;
+  ViewArgs view;
+};
 struct DemoArgs {
   std::string dir = "demo-out";
   int columns = 40, rows = 50, frames = 60;
@@ -61,6 +89,8 @@ struct DemoArgs {
 int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunInfo(const InfoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunPlay(const PlayArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunRender(const RenderArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunPick(const PickArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunDemo(const DemoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 
 }  // namespace kv::cli

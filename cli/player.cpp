@@ -16,8 +16,12 @@ CachePlayer::~CachePlayer() {
 }
 
 void CachePlayer::Configure(const std::string& file, const PlayArgs& a) {
+  ConfigurePlayback(*obj_, file, a);
+}
+
+void ConfigurePlayback(kvCache_obj& obj, const std::string& file, const PlayArgs& a) {
   namespace P = param;
-  ParamBlock& pb = obj_->Params();
+  ParamBlock& pb = obj.Params();
   pb.SetInt(P::kPlayStart, 0, a.start);
   pb.SetFloat(P::kPlaySpeed, 0, a.speed);
   if (a.fps) pb.SetInt(P::kPlayFPS, 0, *a.fps);
@@ -30,6 +34,9 @@ void CachePlayer::Configure(const std::string& file, const PlayArgs& a) {
   pb.SetInt(P::kRendInterpolate, 0, a.noInterpolate ? 0 : 1);
   pb.SetInt(P::kRendBoxMode, 0, a.box ? 1 : 0);
   pb.SetInt(P::kRendDontDelete, 0, a.dontDelete ? 1 : 0);
+  pb.SetInt(P::kVpBoxMode, 0, a.box ? 1 : 0);
+  pb.SetInt(P::kVpInterpolate, 0, a.noInterpolate ? 0 : 1);
+  pb.SetInt(P::kVpDeleteObjects, 0, a.dontDelete ? 0 : 1);
   // As the unit drop-downs do: the conversion sets the scale, --scale multiplies it.
   pb.SetFloat(P::kScaleUnits, 0, a.scale * UnitScale(a.scaleFrom, a.scaleTo));
   pb.SetInt(P::kScaleUnitsFrom, 0, a.scaleFrom);

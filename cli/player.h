@@ -14,6 +14,10 @@
 
 namespace kv::cli {
 
+// Points `obj` at `file` and applies the playback and render options of `a`; the viewport's
+// own switches (box mode, interpolation, deleting invisible elements) follow the render ones.
+void ConfigurePlayback(kvCache_obj& obj, const std::string& file, const PlayArgs& a);
+
 class CachePlayer {
  public:
   // `scene` must outlive the player.

@@ -55,6 +55,9 @@ class SceneNode final : public host::Node {
   // The object offset (object space to pivot), applied before the node transform.
   const Matrix3& GetObjectOffset() const { return objOffset_; }
   void SetObjectOffset(const Matrix3& m);
+  Matrix3 GetObjOffsetTM() const override { return objOffset_; }
+  bool IsFrozen() const override { return frozen_; }
+  void SetFrozen(bool on) { frozen_ = on; }
   // Local transform (relative to the parent) at t, as the transform controller gives it.
   Matrix3 GetLocalTM(TimeValue t) const { return tm_->GetMatrix(t); }
   // Sets the world transform at t through the PRS controller (a key there when makeKey).
@@ -82,7 +85,7 @@ class SceneNode final : public host::Node {
   host::Object* obj_;
   host::Mtl* mtl_ = nullptr;
   uint32_t wire_ = 0x00808080;
-  bool deleted_ = false, selected_ = false, hidden_ = false, inheritVis_ = true;
+  bool deleted_ = false, selected_ = false, hidden_ = false, inheritVis_ = true, frozen_ = false;
   Matrix3 objOffset_;
   std::unique_ptr<host::Control> tm_, vis_;
 };
