@@ -95,7 +95,8 @@ struct View {
   TimeValue t = 0;
   View(const std::string& file, double frame, bool wire) {
     std::string error;
-    if (!viewer.Open(file, std::nullopt, cli::PlayArgs{}, error)) throw std::runtime_error(error);
+    if (!viewer.Open(file, std::nullopt, cli::PlaybackArgs{}, error))
+      throw std::runtime_error(error);
     cli::ViewArgs v;
     v.width = kWidth, v.height = kHeight, v.wire = wire;
     viewer.Apply(v);

@@ -47,7 +47,7 @@ int RunPick(const PickArgs& a, const CommonArgs& c, std::ostream& out, std::ostr
 
   Viewer v;
   std::string error;
-  if (!v.Open(a.scene, a.node, PlayArgs{}, error)) {
+  if (!v.Open(a.scene, a.node, PlaybackArgs{}, error)) {
     err << "kvcache pick: " << error << '\n';
     return kExitError;
   }

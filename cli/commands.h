@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "playback_options.h"
+
 namespace kv::cli {
 
 // Exit codes shared by every command.
@@ -24,7 +26,10 @@ struct RecordArgs {
   std::optional<int> start, end;  // frames; default: the scene's animation range
   double step = 1.0;              // frames between samples
   std::string nodes = "*";        // glob over node names
-  std::optional<int> fps;         // scene frame rate for glTF (default 30)
+  std::optional<int> fps;         // scene frame rate for glTF and sequences (default 30)
+  bool deform = false;            // Record Deformations
+  bool topology = false;          // Record Topology
+  double tolerance = 0.001;       // scene units
 };
 
 struct InfoArgs {
@@ -32,25 +37,11 @@ struct InfoArgs {
   bool elements = false;
 };
 
-struct PlayArgs {
+struct PlayArgs : PlaybackArgs {
   std::string file;
   std::optional<double> frame;     // scene frame, rounded to the nearest tick
   std::optional<long long> ticks;  // scene time
   std::string output;              // .obj, .ply or .glb
-  std::optional<int> sceneFps;     // default: the cache's own frame rate
-  int start = 0;                   // playStart
-  float speed = 1.0f;              // playSpeed
-  std::optional<int> fps;          // playFPS (default: the scene rate)
-  int steps = 0;                   // playSpeedSteps: 0 frame, 1 half, 2 quarter, 3 eighth
-  bool reverse = false;
-  std::optional<double> graphFrame;  // playUseGraph + playFrame
-  int before = 1, after = 1;         // playInORT / playOutORT
-  bool noInterpolate = false;
-  bool box = false;
-  bool dontDelete = false;
-  float scale = 1.0f;
-  int scaleFrom = 0, scaleTo = 0;  // unit indices
-  int load = 0;                    // loadTypeLocal
 };
 
 // How a picture is taken: its size, the view, and what the object shows.
@@ -69,7 +60,7 @@ struct RenderArgs {
   std::string frames;  // "A:B:STEP": a contact sheet
   std::string output;  // .png
   ViewArgs view;
-  PlayArgs play;  // playback options, for a .kvc input
+  PlaybackArgs play;  // playback options, for a .kvc input
 };
 struct PickArgs {
   std::string scene;

@@ -4,6 +4,10 @@
 #include <map>
 #include <string>
 
+#include "object/param_block.h"
+#include "object/params.h"
+#include "object/units.h"
+
 namespace kv::cli {
 namespace {
 
@@ -21,7 +25,7 @@ const std::map<std::string, int> kUnitNames{
 
 }  // namespace
 
-void AddPlaybackOptions(CLI::App& cmd, PlayArgs& a) {
+void AddPlaybackOptions(CLI::App& cmd, PlaybackArgs& a) {
   cmd.add_option("--scene-fps", a.sceneFps, "Scene frame rate (default: the cache's)")
       ->check(CLI::Range(1, 4800));
   cmd.add_option("--start", a.start, "Scene frame at which playback starts");
@@ -47,6 +51,27 @@ void AddPlaybackOptions(CLI::App& cmd, PlayArgs& a) {
       ->transform(CLI::CheckedTransformer(kUnitNames, CLI::ignore_case));
   cmd.add_option("--load", a.load, "Loading: stream, per-sample, pre-load")
       ->transform(CLI::CheckedTransformer(kLoadNames, CLI::ignore_case));
+}
+
+void ApplyPlaybackOptions(const PlaybackArgs& a, ParamBlock& pb) {
+  namespace P = param;
+  pb.SetInt(P::kPlayStart, 0, a.start);
+  pb.SetFloat(P::kPlaySpeed, 0, a.speed);
+  if (a.fps) pb.SetInt(P::kPlayFPS, 0, *a.fps);
+  pb.SetInt(P::kPlaySpeedSteps, 0, a.steps);
+  pb.SetInt(P::kPlayReverse, 0, a.reverse ? 1 : 0);
+  pb.SetInt(P::kPlayUseGraph, 0, a.graphFrame ? 1 : 0);
+  if (a.graphFrame) pb.SetFloat(P::kPlayFrame, 0, static_cast<float>(*a.graphFrame));
+  pb.SetInt(P::kPlayInORT, 0, a.before);
+  pb.SetInt(P::kPlayOutORT, 0, a.after);
+  pb.SetInt(P::kRendInterpolate, 0, a.noInterpolate ? 0 : 1);
+  pb.SetInt(P::kRendBoxMode, 0, a.box ? 1 : 0);
+  pb.SetInt(P::kRendDontDelete, 0, a.dontDelete ? 1 : 0);
+  // As the unit drop-downs do: the conversion sets the scale, --scale multiplies it.
+  pb.SetFloat(P::kScaleUnits, 0, a.scale * UnitScale(a.scaleFrom, a.scaleTo));
+  pb.SetInt(P::kScaleUnitsFrom, 0, a.scaleFrom);
+  pb.SetInt(P::kScaleUnitsTo, 0, a.scaleTo);
+  pb.SetInt(P::kLoadTypeLocal, 0, a.load);
 }
 
 }  // namespace kv::cli

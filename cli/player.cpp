@@ -1,7 +1,6 @@
 #include "player.h"
 
 #include "object/params.h"
-#include "object/units.h"
 
 namespace kv::cli {
 
@@ -15,34 +14,10 @@ CachePlayer::~CachePlayer() {
   obj_.reset();
 }
 
-void CachePlayer::Configure(const std::string& file, const PlayArgs& a) {
-  ConfigurePlayback(*obj_, file, a);
-}
-
-void ConfigurePlayback(kvCache_obj& obj, const std::string& file, const PlayArgs& a) {
-  namespace P = param;
-  ParamBlock& pb = obj.Params();
-  pb.SetInt(P::kPlayStart, 0, a.start);
-  pb.SetFloat(P::kPlaySpeed, 0, a.speed);
-  if (a.fps) pb.SetInt(P::kPlayFPS, 0, *a.fps);
-  pb.SetInt(P::kPlaySpeedSteps, 0, a.steps);
-  pb.SetInt(P::kPlayReverse, 0, a.reverse ? 1 : 0);
-  pb.SetInt(P::kPlayUseGraph, 0, a.graphFrame ? 1 : 0);
-  if (a.graphFrame) pb.SetFloat(P::kPlayFrame, 0, static_cast<float>(*a.graphFrame));
-  pb.SetInt(P::kPlayInORT, 0, a.before);
-  pb.SetInt(P::kPlayOutORT, 0, a.after);
-  pb.SetInt(P::kRendInterpolate, 0, a.noInterpolate ? 0 : 1);
-  pb.SetInt(P::kRendBoxMode, 0, a.box ? 1 : 0);
-  pb.SetInt(P::kRendDontDelete, 0, a.dontDelete ? 1 : 0);
-  pb.SetInt(P::kVpBoxMode, 0, a.box ? 1 : 0);
-  pb.SetInt(P::kVpInterpolate, 0, a.noInterpolate ? 0 : 1);
-  pb.SetInt(P::kVpDeleteObjects, 0, a.dontDelete ? 0 : 1);
-  // As the unit drop-downs do: the conversion sets the scale, --scale multiplies it.
-  pb.SetFloat(P::kScaleUnits, 0, a.scale * UnitScale(a.scaleFrom, a.scaleTo));
-  pb.SetInt(P::kScaleUnitsFrom, 0, a.scaleFrom);
-  pb.SetInt(P::kScaleUnitsTo, 0, a.scaleTo);
-  pb.SetInt(P::kLoadTypeLocal, 0, a.load);
-  pb.SetString(P::kFileName, file);
+void CachePlayer::Configure(const std::string& file, const PlaybackArgs& a) {
+  ParamBlock& pb = obj_->Params();
+  ApplyPlaybackOptions(a, pb);
+  pb.SetString(param::kFileName, file);
 }
 
 bool CachePlayer::Preload(const std::function<bool(uint32_t, uint32_t)>& progress,

@@ -14,10 +14,6 @@
 
 namespace kv::cli {
 
-// Points `obj` at `file` and applies the playback and render options of `a`; the viewport's
-// own switches (box mode, interpolation, deleting invisible elements) follow the render ones.
-void ConfigurePlayback(kvCache_obj& obj, const std::string& file, const PlayArgs& a);
-
 class CachePlayer {
  public:
   // `scene` must outlive the player.
@@ -27,7 +23,7 @@ class CachePlayer {
   CachePlayer& operator=(const CachePlayer&) = delete;
 
   // Points the object at `file` and applies the playback and render options of `a`.
-  void Configure(const std::string& file, const PlayArgs& a);
+  void Configure(const std::string& file, const PlaybackArgs& a);
   // With the "Pre-Load" type, reads every sample of the file now, reporting (done, total) to
   // `progress`, which answers false to cancel: the read is the long part of playing a big
   // cache. False with `error` set when the read failed or was cancelled (`cancelled` set);

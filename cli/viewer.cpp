@@ -4,7 +4,7 @@
 
 #include "cache/reader.h"
 #include "object/params.h"
-#include "player.h"
+#include "playback_options.h"
 #include "scene_io.h"
 
 namespace kv::cli {
@@ -24,7 +24,7 @@ Viewer::~Viewer() {
 }
 
 bool Viewer::Open(const std::string& input, const std::optional<std::string>& node,
-                  const PlayArgs& play, std::string& error) {
+                  const PlaybackArgs& play, std::string& error) {
   if (IsGltfPath(input)) {
     error = input + ": a glTF scene holds no cache object; record it first";
     return false;
@@ -41,7 +41,13 @@ bool Viewer::Open(const std::string& input, const std::optional<std::string>& no
     registry_ = std::make_unique<KelvaneTools::kvCacheRegistry>(scene_.get());
     auto obj = std::make_unique<kvCache_obj>(*scene_, *registry_, false);
     obj_ = obj.get();
-    ConfigurePlayback(*obj_, input, play);
+    ParamBlock& pb = obj_->Params();
+    ApplyPlaybackOptions(play, pb);
+    // A viewport evaluates with its own switches: they follow the render ones here.
+    pb.SetInt(P::kVpBoxMode, 0, play.box ? 1 : 0);
+    pb.SetInt(P::kVpInterpolate, 0, play.noInterpolate ? 0 : 1);
+    pb.SetInt(P::kVpDeleteObjects, 0, play.dontDelete ? 0 : 1);
+    pb.SetString(P::kFileName, input);
     node_ = scene_->CreateNode(std::move(obj), "KV Cache");
     node_->SetWireColor(kDefaultWire);
   } else {

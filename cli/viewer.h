@@ -14,6 +14,7 @@
 #include "host/standalone/scene.h"
 #include "host/standalone/soft_window.h"
 #include "object/cache_obj.h"
+#include "playback_options.h"
 #include "ui/cache_display.h"
 
 namespace kv::cli {
@@ -28,8 +29,8 @@ class Viewer {
   // A .kvc file (configured by `play`) or a scene file, whose node `node` (default: the first
   // cache node) is shown. False with `error` set when the input cannot be read or holds no
   // such node.
-  bool Open(const std::string& input, const std::optional<std::string>& node, const PlayArgs& play,
-            std::string& error);
+  bool Open(const std::string& input, const std::optional<std::string>& node,
+            const PlaybackArgs& play, std::string& error);
   // What the object shows: markers, icon, boxes (switched on when asked, left alone else).
   void Apply(const ViewArgs& v);
 
