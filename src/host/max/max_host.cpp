@@ -256,6 +256,33 @@ void* MaxHost::FindExport(void* library, const std::string& symbol) {
   return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), symbol.c_str()));
 }
 
+bool MaxHost::RenameOver(const std::string& from, const std::string& to) {
+  return MoveFileExW(Widen(from).c_str(), Widen(to).c_str(),
+                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != 0;
+}
+
+std::string MaxHost::ToCodePage(std::string_view utf8) const {
+  const std::wstring w = Widen(utf8);
+  if (w.empty()) return {};
+  // Without best-fit mapping a character the code page lacks becomes the default '?', not a
+  // look-alike letter.
+  const int n = WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, w.data(), int(w.size()), nullptr,
+                                    0, "?", nullptr);
+  std::string out(size_t(n > 0 ? n : 0), '\0');
+  if (n > 0)
+    WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, w.data(), int(w.size()), out.data(), n, "?",
+                        nullptr);
+  return out;
+}
+
+std::string MaxHost::FromCodePage(std::string_view bytes) const {
+  if (bytes.empty()) return {};
+  const int n = MultiByteToWideChar(CP_ACP, 0, bytes.data(), int(bytes.size()), nullptr, 0);
+  std::wstring w(size_t(n > 0 ? n : 0), L'\0');
+  if (n > 0) MultiByteToWideChar(CP_ACP, 0, bytes.data(), int(bytes.size()), w.data(), n);
+  return Narrow(w.c_str());
+}
+
 MaxHost& TheHost() {
   static MaxHost host;
   return host;

@@ -121,6 +121,12 @@ class MaxHost final : public host::Interface {
   std::string ResolveAssetPath(const std::string& name) const override;
   void* LoadPluginLibrary(const std::string& name) override;
   void* FindExport(void* library, const std::string& symbol) override;
+  // One MoveFileExW: refused while the target is open, which the recorder allows for.
+  bool RenameOver(const std::string& from, const std::string& to) override;
+
+  // ---- text: names in files use the system's ANSI code page
+  std::string ToCodePage(std::string_view utf8) const override;
+  std::string FromCodePage(std::string_view bytes) const override;
 
   // The wrapper of an SDK node (made on first use, kept for the library's life); null for null.
   MaxNode* Wrap(::INode* n) const;
