@@ -8,7 +8,7 @@ windows=0
 [ "${1:-}" = "--windows" ] && windows=1
 pkgs=(build-essential cmake ninja-build clang libclang-rt-14-dev clang-format
       libgtest-dev libgmock-dev libbenchmark-dev
-      libtinygltf-dev nlohmann-json3-dev libstb-dev libspng-dev libcli11-dev libfmt-dev
+      libtinygltf-dev libtinyobjloader-dev nlohmann-json3-dev libstb-dev libspng-dev libcli11-dev libfmt-dev
       libbullet-dev zlib1g-dev pkg-config)
 if ((windows)); then
   pkgs+=(g++-mingw-w64-x86-64 binutils-mingw-w64-x86-64)

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "record/deform.h"
 #include "record/messages.h"
 #include "record/node_writer.h"
 
@@ -135,23 +136,24 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     return res;
   };
 
-  // 4. The deformation pass only walks the elements (with cancel): transforms are all that
-  // this cache format stores.
+  // 4. Deforming meshes become rigid pieces, each one element.
+  DeformScene deform;
   if (target.WriteDeform() && !elements.empty()) {
-    int shown = -1;
-    for (size_t i = 0; i < elements.size(); ++i) {
-      const int pct = static_cast<int>(100 * (i + 1) / elements.size());
-      if (pct == shown) continue;  // one report per percent, not per element
-      shown = pct;
-      if (!progress(txt::AnalyzingScene(), pct)) {
-        deleteTemporaries();
-        target.SetStatus("");
-        res.status = RecordStatus::Cancelled;
-        res.errorCode = 7;
-        res.message = txt::Cancelled();
-        return res;
-      }
+    std::string error;
+    const DeformStatus st = AnalyzeDeformations(
+        elements, range, {target.WriteTopology(), opt.deformTolerance},
+        [&](int pct) { return progress(txt::AnalyzingScene(), pct); }, deform, error);
+    if (st != DeformStatus::Ok) {
+      deleteTemporaries();
+      target.SetStatus("");
+      res.status = st == DeformStatus::Cancelled ? RecordStatus::Cancelled : RecordStatus::Failed;
+      res.errorCode = st == DeformStatus::Cancelled ? 7 : 0;
+      res.message = st == DeformStatus::Cancelled ? txt::Cancelled() : error;
+      if (st == DeformStatus::Failed && !opt.quiet)
+        ip_.MessageBox(error, txt::ErrorTitle(), host::MsgBoxKind::Error);
+      return res;
     }
+    res.deformReport = DeformReportLines(deform, opt.deformTolerance, &res.warnings);
   }
 
   // 5. Output file.
@@ -203,11 +205,22 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     // 9. Capture meshes.
     std::vector<Lifetime> accepted;
     accepted.reserve(elements.size());
-    for (size_t i = 0; i < elements.size(); ++i) {
-      if (writer.Add(elements[i], range.start))
-        accepted.push_back(lifetimes[i]);
-      else
-        ++res.skipped;
+    if (target.WriteDeform()) {
+      // A piece lives over the samples where it is shown, within the recorded lifetime.
+      const Lifetime whole = lifetimes.empty() ? Lifetime{} : lifetimes.front();
+      for (const DeformPiece& p : deform.pieces) {
+        if (p.FirstShown() < 0 || !writer.Add(p)) continue;
+        const auto at = [&](int s) { return TimeValue(range.start + int64_t{s} * range.step); };
+        accepted.push_back(
+            {std::max(whole.first, at(p.FirstShown())), std::min(whole.last, at(p.LastShown()))});
+      }
+    } else {
+      for (size_t i = 0; i < elements.size(); ++i) {
+        if (writer.Add(elements[i], range.start))
+          accepted.push_back(lifetimes[i]);
+        else
+          ++res.skipped;
+      }
     }
     // 11. Write beside the target; Escape cancels.
     ip_.ProgressStart(txt::Saving());
@@ -279,6 +292,9 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     target.EmptyNodeList();
     h.Accept(txt::EmptyNodeList());
   }
+  // The analysis report goes to the listener: a warning must not stop a batch of recordings.
+  for (const std::string& line : res.deformReport) ip_.ListenerPrint(line + "\n");
+  for (const std::string& line : res.warnings) ip_.ListenerPrint("Warning: " + line + "\n");
   res.status = RecordStatus::Recorded;
   return res;
 }

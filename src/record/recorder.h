@@ -162,6 +162,11 @@ struct RecordResult {
   int elements = 0;     // elements written
   int skipped = 0;      // nodes whose mesh could not be captured
   int samples = 0;
+  // With Record Deformations: one line per analysed node (pieces, largest distance from a
+  // rigid fit), and a warning for each node that does not move rigidly within the tolerance.
+  // Warnings never fail the recording.
+  std::vector<std::string> deformReport;
+  std::vector<std::string> warnings;
   bool ok() const { return status == RecordStatus::Recorded; }
 };
 
@@ -181,6 +186,9 @@ struct RecordOptions {
   std::string fileName;
   // Extra progress sink (status text, percent); answering false cancels like Escape.
   std::function<bool(const std::string& status, int percent)> progress;
+  // Record Deformations: vertices this close (scene units) join pieces, and a piece farther
+  // than this from its rigid fit is warned about and kept exact at its samples.
+  float deformTolerance = 0.001f;
 };
 
 class Recorder {

@@ -5,6 +5,7 @@
 
 #include "cache/registry.h"
 #include "host/max/max_host.h"
+#include "host/max/mesh_convert.h"
 #include "host/max/save_load.h"
 #include "object/cache_obj.h"
 #include "object/params.h"
@@ -39,35 +40,6 @@ class CreateCallBack final : public CreateMouseCallBack {
   registration::CreationCallback logic_;
 };
 
-void CopyMesh(const kv::Mesh& from, ::Mesh& to) {
-  to.setNumVerts(from.numVerts());
-  to.setNumFaces(from.numFaces());
-  for (int i = 0; i < from.numVerts(); ++i) to.setVert(i, ToMax(from.verts[i]));
-  for (int i = 0; i < from.numFaces(); ++i) {
-    const kv::Face& f = from.faces[i];
-    ::Face& g = to.faces[i];
-    g.setVerts(f.v[0], f.v[1], f.v[2]);
-    g.setSmGroup(f.smGroup);
-    g.setMatID(f.getMatID());
-    g.setEdgeVisFlags(f.getEdgeVis(0), f.getEdgeVis(1), f.getEdgeVis(2));
-  }
-  to.setNumMaps(from.getNumMaps());
-  for (int ch = 0; ch < from.getNumMaps(); ++ch) {
-    if (!from.mapSupport(ch)) continue;
-    const kv::MapChannel& mc = from.Map(ch);
-    to.setMapSupport(ch, TRUE);
-    to.setNumMapVerts(ch, static_cast<int>(mc.verts.size()));
-    for (size_t v = 0; v < mc.verts.size(); ++v) {
-      to.setMapVert(ch, static_cast<int>(v), ToMax(mc.verts[v]));
-    }
-    ::TVFace* tf = to.mapFaces(ch);
-    for (size_t f = 0; f < mc.faces.size(); ++f) {
-      tf[f].setTVerts(mc.faces[f].t[0], mc.faces[f].t[1], mc.faces[f].t[2]);
-    }
-  }
-  to.InvalidateTopologyCache();
-}
-
 }  // namespace
 
 MaxCacheObject* MaxCacheObject::Make(bool loading) {
@@ -92,7 +64,7 @@ MaxCacheObject* MaxCacheObject::Owning(const host::Object* core) {
 
 void MaxCacheObject::BuildMesh(TimeValue t) {
   core_->BuildMesh(t);
-  CopyMesh(core_->GetMesh(), mesh);
+  ToMax(core_->GetMesh(), mesh);
   ivalid = ToMax(core_->MeshValidity());
 }
 
@@ -114,6 +86,17 @@ void MaxCacheObject::GetClassName(MSTR& s, bool localized) const {
   static const std::wstring plain = Widen(registration::kNonLocalizedClassName);
   const MCHAR* name = localized ? GetString(registration::kClassNameId) : nullptr;
   s = name ? name : plain.c_str();
+}
+
+ReferenceTarget* MaxCacheObject::Clone(RemapDir& remap) {
+  std::unique_ptr<host::Object> copy = core_->Clone();
+  auto* core = dynamic_cast<kvCache_obj*>(copy.get());
+  if (!core) return nullptr;
+  copy.release();
+  auto* clone = new (std::nothrow) MaxCacheObject(std::unique_ptr<kvCache_obj>(core));
+  if (!clone) return nullptr;
+  BaseClone(this, clone, remap);
+  return clone;
 }
 
 ::IOResult MaxCacheObject::Save(::ISave* isave) {

@@ -28,9 +28,12 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
   Class_ID ClassID() override;
   SClass_ID SuperClassID() override { return GEOMOBJECT_CLASS_ID; }
   void GetClassName(MSTR& s, bool localized = true) const override;
+  ReferenceTarget* Clone(RemapDir& remap) override;
   ::IOResult Save(::ISave* isave) override;
   ::IOResult Load(::ILoad* iload) override;
   void DeleteThis() override { delete this; }
+  // The core changed: the next evaluation must rebuild the mesh.
+  void InvalidateMesh() { ivalid.SetEmpty(); }
 
   // ---- the creation drag
   void SetSnapSuspended(bool on) override { suspendSnap = on ? TRUE : FALSE; }

@@ -6,6 +6,8 @@
 #include <memory>
 
 #include "host/interface.h"
+#include "host/max/materials.h"
+#include "host/max/scene_objects.h"
 #include "host/max/sdk.h"
 
 namespace KelvaneTools {
@@ -28,7 +30,7 @@ class MaxHold final : public host::Hold {
 
 class MaxNode final : public host::Node {
  public:
-  explicit MaxNode(::INode* n) : n_(n) {}
+  explicit MaxNode(::INode* n) : n_(n), objRef_(n) {}
   ::INode* Sdk() const { return n_; }
 
   std::string GetName() const override { return Narrow(n_->GetName()); }
@@ -40,21 +42,25 @@ class MaxNode final : public host::Node {
   kv::Matrix3 GetObjectTM(TimeValue t) const override { return ToKv(n_->GetObjectTM(t)); }
   float GetVisibility(TimeValue t) const override { return n_->GetVisibility(t); }
   host::Object* GetObjectRef() const override;
-  host::Mtl* GetMtl() const override { return nullptr; }
-  void SetMtl(host::Mtl*) override {}
+  host::Mtl* GetMtl() const override { return WrapMtl(n_->GetMtl()); }
+  void SetMtl(host::Mtl* m) override { n_->SetMtl(SdkMtl(m)); }
   uint32_t GetWireColor() const override { return n_->GetWireColor(); }
   void SetWireColor(uint32_t bgr) override { n_->SetWireColor(bgr); }
   bool IsDeleted() const override { return n_->TestAFlag(A_IS_DELETED) != 0; }
   bool Selected() const override { return n_->Selected() != 0; }
   bool IsHidden() const override { return n_->IsHidden() != 0; }
   void Hide(bool on) override { n_->Hide(on ? TRUE : FALSE); }
-  host::Control* GetTMController() const override { return nullptr; }
-  host::Control* GetVisController() const override { return nullptr; }
+  host::Control* GetTMController() const override;
+  host::Control* GetVisController() const override;
+  bool SetTMController(std::unique_ptr<host::Control> c) override;
+  bool SetVisController(std::unique_ptr<host::Control> c) override;
   bool GetInheritVisibility() const override { return n_->GetInheritVisibility() != 0; }
   void SetInheritVisibility(bool on) override { n_->SetInheritVisibility(on ? TRUE : FALSE); }
 
  private:
   ::INode* n_;
+  mutable MaxObjectRef objRef_;
+  mutable std::unique_ptr<MaxControl> tm_, vis_;
 };
 
 class MaxHost final : public host::Interface {
@@ -85,21 +91,26 @@ class MaxHost final : public host::Interface {
   bool DependsOn(const host::Node* node, const host::Object* obj) const override;
   std::string MakeUniqueName(const std::string& base) const override;
   host::Node* CreateObjectNode(std::unique_ptr<host::Object> obj, const std::string& name) override;
-  host::Node* CreateMeshNode(const kv::Mesh&, const std::string&) override { return nullptr; }
-  host::Node* CreatePointHelperNode(const std::string&) override { return nullptr; }
-  host::Node* CreateInstanceNode(const host::Node*, const std::string&) override { return nullptr; }
+  host::Node* CreateMeshNode(const kv::Mesh& mesh, const std::string& name) override;
+  host::Node* CreatePointHelperNode(const std::string& name) override;
+  host::Node* CreateInstanceNode(const host::Node* of, const std::string& name) override;
   void DeleteNode(host::Node* node) override;
-  std::unique_ptr<host::Control> NewControl(host::ControlKind) override { return nullptr; }
+  std::unique_ptr<host::Control> NewControl(host::ControlKind kind) override {
+    return NewMaxControl(kind);
+  }
   void ClearSelection() override { Core()->ClearNodeSelection(FALSE); }
 
   // ---- materials
-  std::unique_ptr<host::MtlLib> NewMtlLib() override { return nullptr; }
-  bool LoadMaterialLibrary(const std::string&, host::MtlLib&) override { return false; }
-  bool SaveMaterialLibrary(const std::string&, const host::MtlLib&) override { return false; }
-  void FitMeshIDsToMaterial(kv::Mesh&, host::Mtl*) override {}
-  host::Mtl* CombineMaterials(host::Mtl*, host::Mtl*, int& offset) override {
-    offset = 0;
-    return nullptr;
+  std::unique_ptr<host::MtlLib> NewMtlLib() override { return std::make_unique<MaxMtlLib>(); }
+  bool LoadMaterialLibrary(const std::string& path, host::MtlLib& into) override {
+    return max::LoadMaterialLibrary(path, into);
+  }
+  bool SaveMaterialLibrary(const std::string& path, const host::MtlLib& lib) override {
+    return max::SaveMaterialLibrary(path, lib);
+  }
+  void FitMeshIDsToMaterial(kv::Mesh& mesh, host::Mtl* mtl) override;
+  host::Mtl* CombineMaterials(host::Mtl* a, host::Mtl* b, int& offset) override {
+    return max::CombineMaterials(a, b, offset);
   }
 
   // ---- user feedback
@@ -132,6 +143,7 @@ class MaxHost final : public host::Interface {
   MaxNode* Wrap(::INode* n) const;
 
  private:
+  host::Node* Place(::Object* obj, const std::string& name);
   static ::Interface* Core() { return GetCOREInterface(); }
   MaxHold hold_;
   mutable std::map<::INode*, std::unique_ptr<MaxNode>> nodes_;

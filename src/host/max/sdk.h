@@ -8,6 +8,7 @@
 
 #undef MessageBox
 #undef LoadString
+#undef ReplaceFile
 
 #include <string>
 #include <string_view>

@@ -26,9 +26,11 @@ typedef ULONG SClass_ID;
 typedef unsigned short MtlID;
 typedef ULONG_PTR PartID;
 typedef unsigned int RefMessage;
-typedef void* RefTargetHandle;
+class ReferenceTarget;
+typedef ReferenceTarget* RefTargetHandle;
 
 #define GEOMOBJECT_CLASS_ID 0x000010
+#define CAMERA_CLASS_ID 0x000020
 #define HELPER_CLASS_ID 0x000070
 #define LIGHT_CLASS_ID 0x000030
 #define SHAPE_CLASS_ID 0x000040
@@ -38,6 +40,10 @@ typedef void* RefTargetHandle;
 #define CTRL_POSITION_CLASS_ID 0x900c
 #define CTRL_ROTATION_CLASS_ID 0x900d
 #define CTRL_SCALE_CLASS_ID 0x900e
+#define TRIOBJ_CLASS_ID 0x0009
+#define POINTHELP_CLASS_ID 0x00002013
+#define PRS_CONTROL_CLASS_ID 0x00002005
+#define ATTEN_END 3
 
 #define PART_GEOM (1 << 1)
 #define PART_TOPO (1 << 0)
@@ -123,6 +129,7 @@ class Interval {
   void SetStart(TimeValue s);
   void SetEnd(TimeValue e);
   void SetInstant(const TimeValue t);
+  void SetEmpty();
 
  private:
   TimeValue start, end;
@@ -149,6 +156,8 @@ class Face {
   void setSmGroup(DWORD i);
   void setMatID(MtlID id);
   void setEdgeVisFlags(int va, int vb, int vc);
+  MtlID getMatID();
+  DWORD getEdgeVis(int edge);
 };
 class TVFace {
  public:
@@ -165,6 +174,11 @@ class Mesh {
   BOOL setNumFaces(int ct, BOOL keep = FALSE, BOOL synchSel = TRUE);
   int getNumFaces() const;
   void setVert(int i, const Point3& xyz);
+  Point3& getVert(int i);
+  int getNumMaps() const;
+  BOOL mapSupport(int mp) const;
+  int getNumMapVerts(int mp) const;
+  UVVert* mapVerts(int mp) const;
   void setNumMaps(int ct, BOOL keep = FALSE);
   void setMapSupport(int mp, BOOL support = TRUE);
   void setNumMapVerts(int mp, int ct, BOOL keep = FALSE);
@@ -205,23 +219,38 @@ class ReferenceMaker : public Animatable {
   virtual IOResult Save(ISave* isave);
   virtual IOResult Load(ILoad* iload);
 };
+class RemapDir;
 class ReferenceTarget : public ReferenceMaker {
  public:
+  virtual ReferenceTarget* Clone(RemapDir& remap);
+  virtual void BaseClone(ReferenceTarget* from, ReferenceTarget* to, RemapDir& remap);
   RefResult NotifyDependents(const Interval& changeInt, PartID partID, RefMessage message,
                              SClass_ID sclass = NOTIFY_ALL, BOOL propagate = TRUE,
                              RefTargetHandle hTarg = nullptr);
 };
-class RemapDir;
 class Control : public ReferenceTarget {
  public:
   virtual void GetValue(TimeValue t, void* val, Interval& valid,
                         GetSetMethod method = CTRL_ABSOLUTE) = 0;
   virtual void SetValue(TimeValue t, void* val, int commit = 1,
                         GetSetMethod method = CTRL_ABSOLUTE) = 0;
+  virtual void Copy(Control* from) = 0;
   virtual Control* GetPositionController();
   virtual Control* GetRotationController();
   virtual Control* GetScaleController();
+  virtual BOOL SetPositionController(Control* c);
+  virtual BOOL SetRotationController(Control* c);
+  virtual BOOL SetScaleController(Control* c);
 };
+Control* NewDefaultFloatController();
+Control* NewDefaultPoint3Controller();
+Control* NewDefaultMatrix3Controller();
+Control* NewDefaultPositionController();
+Control* NewDefaultRotationController();
+Control* NewDefaultScaleController();
+ReferenceTarget* CloneRefHierarchy(ReferenceTarget* rm);
+void AnimateOn();
+void AnimateOff();
 
 // ---- undo (hold.h)
 class RestoreObj : public InterfaceServer {
@@ -266,12 +295,28 @@ class MtlBase : public ReferenceTarget {
   MSTR& GetName();
   void SetName(MSTR s);
 };
+#define MATERIAL_CLASS_ID 0xc00
 class Mtl : public MtlBase {
  public:
   virtual int NumSubMtls();
   virtual Mtl* GetSubMtl(int i);
 };
-class MtlBaseLib;
+class MtlBaseLib : public ReferenceTarget {
+ public:
+  MtlBaseLib();
+  ~MtlBaseLib();
+  int Add(MtlBase* m);
+  int Count();
+  MtlBase*& operator[](const int i);
+  void DeleteAll();
+};
+class MultiMtl : public Mtl {
+ public:
+  virtual void SetNumSubMtls(int n) = 0;
+  virtual void SetSubMtl(int i, Mtl* m) = 0;
+};
+MultiMtl* NewDefaultMultiMtl();
+#define MULTI_MATERIAL_CLASS_ID 0x00000200
 
 // ---- objects and nodes (object.h, inode.h)
 class Object;
@@ -299,6 +344,8 @@ class INode : public ReferenceTarget {
   virtual void Hide(BOOL onOff) = 0;
   virtual Control* GetTMController() = 0;
   virtual Control* GetVisController() = 0;
+  virtual BOOL SetTMController(Control* m3cont) = 0;
+  virtual void SetVisController(Control* cont) = 0;
   virtual BOOL GetInheritVisibility() = 0;
   virtual void SetInheritVisibility(BOOL onOff) = 0;
   virtual ObjectState EvalWorldState(TimeValue time, BOOL evalHidden = TRUE) = 0;
@@ -334,8 +381,19 @@ class BaseObject : public ReferenceTarget {
 class Object : public BaseObject {
  public:
   virtual int CanConvertToType(Class_ID obtype);
+  virtual Object* ConvertToType(TimeValue t, Class_ID obtype);
 };
 class GeomObject : public Object {};
+class TriObject : public GeomObject {
+ public:
+  Mesh mesh;
+  Mesh& GetMesh() { return mesh; }
+};
+TriObject* CreateNewTriObject();
+class LightObject : public Object {
+ public:
+  virtual float GetAtten(TimeValue t, int which, Interval& valid) = 0;
+};
 
 // ---- the application (maxapi.h)
 class Interface {
@@ -355,6 +413,7 @@ class Interface {
   virtual void ClearNodeSelection(BOOL redraw = TRUE) = 0;
   virtual void MakeNameUnique(MSTR& name) = 0;
   virtual INode* CreateObjectNode(Object* obj) = 0;
+  virtual void* CreateInstance(SClass_ID superID, Class_ID classID) = 0;
   virtual void DeleteNode(INode* node, BOOL redraw = TRUE, BOOL overrideSlaves = FALSE) = 0;
   virtual void ReplacePrompt(const MCHAR* s) = 0;
   virtual BOOL ProgressStart(const MCHAR* title, BOOL dispBar, LPTHREAD_START_ROUTINE fn,

@@ -79,6 +79,12 @@ void Face::setVerts(DWORD, DWORD, DWORD) {}
 void Face::setSmGroup(DWORD) {}
 void Face::setMatID(MtlID) {}
 void Face::setEdgeVisFlags(int, int, int) {}
+MtlID Face::getMatID() {
+  return 0;
+}
+DWORD Face::getEdgeVis(int) {
+  return 0;
+}
 void TVFace::setTVerts(DWORD, DWORD, DWORD) {}
 Mesh::Mesh() : verts(nullptr), faces(nullptr) {}
 Mesh::~Mesh() {}
@@ -95,6 +101,21 @@ int Mesh::getNumFaces() const {
   return 0;
 }
 void Mesh::setVert(int, const Point3&) {}
+Point3& Mesh::getVert(int i) {
+  return verts[i];
+}
+int Mesh::getNumMaps() const {
+  return 0;
+}
+BOOL Mesh::mapSupport(int) const {
+  return FALSE;
+}
+int Mesh::getNumMapVerts(int) const {
+  return 0;
+}
+UVVert* Mesh::mapVerts(int) const {
+  return nullptr;
+}
 void Mesh::setNumMaps(int, BOOL) {}
 void Mesh::setMapSupport(int, BOOL) {}
 void Mesh::setNumMapVerts(int, int, BOOL) {}
@@ -251,3 +272,65 @@ BOOL SimpleObject2::OKtoDisplay(TimeValue) {
 void SimpleObject2::InvalidateUI() {}
 void SimpleObject2::BeginEditParams(IObjParam*, ULONG, Animatable*) {}
 void SimpleObject2::EndEditParams(IObjParam*, ULONG, Animatable*) {}
+
+BOOL Control::SetPositionController(Control*) {
+  return FALSE;
+}
+BOOL Control::SetRotationController(Control*) {
+  return FALSE;
+}
+BOOL Control::SetScaleController(Control*) {
+  return FALSE;
+}
+Control* NewDefaultFloatController() {
+  return nullptr;
+}
+Control* NewDefaultPoint3Controller() {
+  return nullptr;
+}
+Control* NewDefaultMatrix3Controller() {
+  return nullptr;
+}
+Control* NewDefaultPositionController() {
+  return nullptr;
+}
+Control* NewDefaultRotationController() {
+  return nullptr;
+}
+Control* NewDefaultScaleController() {
+  return nullptr;
+}
+ReferenceTarget* CloneRefHierarchy(ReferenceTarget*) {
+  return nullptr;
+}
+void AnimateOn() {}
+void AnimateOff() {}
+Object* Object::ConvertToType(TimeValue, Class_ID) {
+  return nullptr;
+}
+TriObject* CreateNewTriObject() {
+  return nullptr;
+}
+MtlBaseLib::MtlBaseLib() {}
+MtlBaseLib::~MtlBaseLib() {}
+int MtlBaseLib::Add(MtlBase*) {
+  return 0;
+}
+int MtlBaseLib::Count() {
+  return 0;
+}
+MtlBase*& MtlBaseLib::operator[](const int) {
+  static MtlBase* none = nullptr;
+  return none;
+}
+void MtlBaseLib::DeleteAll() {}
+MultiMtl* NewDefaultMultiMtl() {
+  return nullptr;
+}
+void Interval::SetEmpty() {
+  start = end = TIME_NegInfinity;
+}
+ReferenceTarget* ReferenceTarget::Clone(RemapDir&) {
+  return nullptr;
+}
+void ReferenceTarget::BaseClone(ReferenceTarget*, ReferenceTarget*, RemapDir&) {}
