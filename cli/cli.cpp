@@ -7,6 +7,7 @@
 #include "commands.h"
 #include "host/standalone/mesh_sequence.h"
 #include "playback_options.h"
+#include "scene_io.h"
 
 namespace kv::cli {
 namespace {
@@ -74,19 +75,45 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
 
   InfoArgs inf;
   CLI::App* info = app.add_subcommand("info", "Print what a cache file holds");
-  info->add_option("file", inf.file, "Cache file (.kvc)")->required();
+  info->add_option("file", inf.file,
+                   "Cache file (.kvc), or a scene file: the report on the caches its objects play")
+      ->required();
   info->add_flag("--elements", inf.elements,
                  "One line per element: index, name, vertices, faces (tab-separated)");
 
   PlayArgs pl;
   CLI::App* play =
       app.add_subcommand("play", "Evaluate the cache object at one scene time and write its mesh");
-  play->add_option("file", pl.file, "Cache file (.kvc)")->required();
+  play->add_option("file", pl.file, "Cache file (.kvc), or a scene file with --node")->required();
+  play->add_option("--node", pl.node,
+                   "Play the cache object of this scene node with its own parameters (the "
+                   "playback options apply to a cache file only)");
   auto* frameOpt = play->add_option("--frame", pl.frame, "Scene frame (decimal)");
   auto* timeOpt = play->add_option("--time", pl.ticks, "Scene time in ticks (4800 a second)");
   frameOpt->excludes(timeOpt);
   play->add_option("-o,--output", pl.output, "Mesh to write (.obj, .ply or .glb)")->required();
   AddPlaybackOptions(*play, pl);
+
+  CLI::App* scene = app.add_subcommand("scene", "Make scene files with cache objects");
+  scene->require_subcommand(1);
+  SceneNewArgs sn;
+  CLI::App* sceneNew =
+      scene->add_subcommand("new", "Write a scene with one node carrying a cache object");
+  sceneNew->add_option("output", sn.output, "Scene file to write")->required();
+  sceneNew->add_option("--cache", sn.cache, "Cache file the object plays (.kvc)")
+      ->check(CLI::ExistingFile);
+  sceneNew->add_option("--name", sn.name, "Name of the node (default KVCache001)");
+
+  CallArgs ca;
+  CLI::App* call = app.add_subcommand(
+      "call", "Call a KV_Cache_Fns function, or read a property, of a scene node's cache object");
+  call->add_option("scene", ca.scene, "Scene file")->required()->check(CLI::ExistingFile);
+  call->add_option("node", ca.node, "Node carrying the cache object")->required();
+  call->add_option("function", ca.function, "Function or property name")->required();
+  call->add_option("args", ca.args,
+                   "Arguments as literals (\"text\", 12, 1.5, true, #name, #(1, 2), #{1..5}, "
+                   "(interval 0f 100f), 10f, $Node); keywords as name:value");
+  call->add_flag("--save", ca.save, "Write the scene back when the call succeeded");
 
   DemoArgs dm;
   CLI::App* demo = app.add_subcommand(
@@ -106,8 +133,9 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   } catch (const CLI::ParseError& e) {
     const std::string first = argc > 1 ? argv[1] : "";
     if (!first.empty() && first[0] != '-' && !record->parsed() && !info->parsed() &&
-        !play->parsed() && !demo->parsed())
-      err << "kvcache: unknown command '" << first << "' (use record, info, play or demo)\n";
+        !play->parsed() && !demo->parsed() && !scene->parsed() && !call->parsed())
+      err << "kvcache: unknown command '" << first
+          << "' (use record, info, play, scene, call or demo)\n";
     else
       err << "kvcache: " << e.what() << '\n';
     err << "Run with --help for more information.\n";
@@ -131,7 +159,12 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
 
   try {
     if (record->parsed()) return RunRecord(rec, common, out, err);
-    if (info->parsed()) return RunInfo(inf, common, out, err);
+    if (info->parsed()) {
+      return IsSceneFile(inf.file) ? RunSceneInfo(inf, common, out, err)
+                                   : RunInfo(inf, common, out, err);
+    }
+    if (sceneNew->parsed()) return RunSceneNew(sn, common, out, err);
+    if (call->parsed()) return RunCall(ca, common, out, err);
     if (play->parsed()) return RunPlay(pl, common, out, err);
     if (demo->parsed()) return RunDemo(dm, common, out, err);
   } catch (const std::exception& e) {

@@ -5,6 +5,7 @@
 #include <iosfwd>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "playback_options.h"
 
@@ -38,10 +39,26 @@ struct InfoArgs {
 };
 
 struct PlayArgs : PlaybackArgs {
-  std::string file;
+  std::string file;                // a cache file, or a scene file with `node`
+  std::string node;                // the scene node whose cache object plays, with its own
+                                   // parameters
   std::optional<double> frame;     // scene frame, rounded to the nearest tick
   std::optional<long long> ticks;  // scene time
   std::string output;              // .obj, .ply or .glb
+};
+
+struct SceneNewArgs {
+  std::string output;               // the scene file to write
+  std::string cache;                // cache file the object plays (optional)
+  std::string name = "KVCache001";  // the node carrying the object
+};
+
+struct CallArgs {
+  std::string scene;
+  std::string node;
+  std::string function;           // a function or property of KV_Cache_Fns
+  std::vector<std::string> args;  // literals, keywords as name:literal
+  bool save = false;              // write the scene back when the call succeeded
 };
 
 struct DemoArgs {
@@ -52,6 +69,10 @@ struct DemoArgs {
 int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunInfo(const InfoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunPlay(const PlayArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunSceneNew(const SceneNewArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunCall(const CallArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+// `info` on a scene file: the cache information report for the caches its objects play.
+int RunSceneInfo(const InfoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunDemo(const DemoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 
 }  // namespace kv::cli
