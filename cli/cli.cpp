@@ -104,6 +104,52 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
       ->check(CLI::ExistingFile);
   sceneNew->add_option("--name", sn.name, "Name of the node (default KVCache001)");
 
+  LightArgs la;
+  CLI::App* addLight = scene->add_subcommand(
+      "add-light", "Add an omni light (or a spot light) with far attenuation, keyed if asked");
+  addLight->add_option("scene", la.scene, "Scene file")->required()->check(CLI::ExistingFile);
+  addLight->add_option("name", la.name, "Name of the light's node")->required();
+  addLight->add_option("--at", la.at, "Position X,Y,Z")->required();
+  addLight->add_option("--far", la.far, "Far attenuation end")
+      ->required()
+      ->check(CLI::Range(0.0, 1e30));
+  addLight->add_option("--key", la.keys, "A key FRAME:X,Y,Z:RADIUS (repeatable)");
+  addLight->add_flag("--spot", la.spot, "A spot light instead of an omni");
+
+  GizmoArgs gz;
+  CLI::App* gizmo =
+      scene->add_subcommand("gizmo", "Set, or key at --frame, a cache object's gizmo");
+  gizmo->add_option("scene", gz.scene, "Scene file")->required()->check(CLI::ExistingFile);
+  gizmo->add_option("node", gz.node, "Node carrying the cache object")->required();
+  auto* matrixOpt = gizmo->add_option("--matrix", gz.matrix, "12 numbers, row by row");
+  auto* moveOpt = gizmo->add_option("--move", gz.move, "Translation X,Y,Z");
+  auto* scaleOpt =
+      gizmo->add_option("--scale", gz.scale, "Uniform scale")->check(CLI::Range(1e-7, 1e30));
+  matrixOpt->excludes(moveOpt)->excludes(scaleOpt);
+  gizmo->add_option("--frame", gz.frame, "Make a key at this frame");
+
+  ListArgs ls;
+  CLI::App* list = scene->add_subcommand(
+      "list", "List the nodes, and each cache object's parameters and groups");
+  list->add_option("scene", ls.scene, "Scene file")->required()->check(CLI::ExistingFile);
+
+  ParamArgs ga;
+  CLI::App* get = app.add_subcommand("get", "Read a cache object's parameter by its script name");
+  get->add_option("scene", ga.scene, "Scene file")->required()->check(CLI::ExistingFile);
+  get->add_option("node", ga.node, "Node carrying the cache object")->required();
+  get->add_option("param", ga.param, "Script name (playStart, triggerOmni, ...)")->required();
+  get->add_option("--frame", ga.frame, "Read at this frame (default: the scene's time)");
+
+  ParamArgs sa;
+  CLI::App* set = app.add_subcommand("set", "Set a cache object's parameter by its script name");
+  set->add_option("scene", sa.scene, "Scene file")->required()->check(CLI::ExistingFile);
+  set->add_option("node", sa.node, "Node carrying the cache object")->required();
+  set->add_option("param", sa.param, "Script name (playStart, triggerOmni, ...)")->required();
+  set->add_option("value", sa.value, "Value as a literal: 10, 1.5, true, \"file\", $Node, #($A)")
+      ->required();
+  set->add_option("--frame", sa.frame, "Set a key at this frame (animatable parameters)");
+  set->add_flag("--save", sa.save, "Write the scene back when the value was accepted");
+
   CallArgs ca;
   CLI::App* call = app.add_subcommand(
       "call", "Call a KV_Cache_Fns function, or read a property, of a scene node's cache object");
@@ -133,9 +179,10 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   } catch (const CLI::ParseError& e) {
     const std::string first = argc > 1 ? argv[1] : "";
     if (!first.empty() && first[0] != '-' && !record->parsed() && !info->parsed() &&
-        !play->parsed() && !demo->parsed() && !scene->parsed() && !call->parsed())
+        !play->parsed() && !demo->parsed() && !scene->parsed() && !call->parsed() &&
+        !get->parsed() && !set->parsed())
       err << "kvcache: unknown command '" << first
-          << "' (use record, info, play, scene, call or demo)\n";
+          << "' (use record, info, play, scene, call, get, set or demo)\n";
     else
       err << "kvcache: " << e.what() << '\n';
     err << "Run with --help for more information.\n";
@@ -165,6 +212,11 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     }
     if (sceneNew->parsed()) return RunSceneNew(sn, common, out, err);
     if (call->parsed()) return RunCall(ca, common, out, err);
+    if (addLight->parsed()) return RunAddLight(la, common, out, err);
+    if (gizmo->parsed()) return RunGizmo(gz, common, out, err);
+    if (list->parsed()) return RunList(ls, common, out, err);
+    if (get->parsed()) return RunGet(ga, common, out, err);
+    if (set->parsed()) return RunSet(sa, common, out, err);
     if (play->parsed()) return RunPlay(pl, common, out, err);
     if (demo->parsed()) return RunDemo(dm, common, out, err);
   } catch (const std::exception& e) {

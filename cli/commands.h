@@ -61,6 +61,34 @@ struct CallArgs {
   bool save = false;              // write the scene back when the call succeeded
 };
 
+struct ParamArgs {
+  std::string scene, node;
+  std::string param;            // a parameter's script name
+  std::string value;            // set: the value as a literal
+  std::optional<double> frame;  // get: read there; set: key there (animatable only)
+  bool save = false;
+};
+
+struct LightArgs {
+  std::string scene, name;
+  std::string at;                 // X,Y,Z
+  float far = 200.0f;             // far attenuation end
+  std::vector<std::string> keys;  // FRAME:X,Y,Z:RADIUS
+  bool spot = false;
+};
+
+struct GizmoArgs {
+  std::string scene, node;
+  std::string matrix;  // 12 numbers, row by row
+  std::string move;    // X,Y,Z
+  float scale = 1.0f;
+  std::optional<double> frame;  // key there
+};
+
+struct ListArgs {
+  std::string scene;
+};
+
 struct DemoArgs {
   std::string dir = "demo-out";
   int columns = 40, rows = 50, frames = 60;
@@ -73,6 +101,11 @@ int RunSceneNew(const SceneNewArgs& a, const CommonArgs& c, std::ostream& out, s
 int RunCall(const CallArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 // `info` on a scene file: the cache information report for the caches its objects play.
 int RunSceneInfo(const InfoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunGet(const ParamArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunSet(const ParamArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunAddLight(const LightArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunGizmo(const GizmoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunList(const ListArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunDemo(const DemoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 
 }  // namespace kv::cli
