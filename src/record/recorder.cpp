@@ -208,7 +208,7 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     if (target.WriteDeform()) {
       // A piece lives over the samples where it is shown, within the recorded lifetime.
       const Lifetime whole = lifetimes.empty() ? Lifetime{} : lifetimes.front();
-      for (const DeformPiece& p : deform.pieces) {
+      for (DeformPiece& p : deform.pieces) {
         if (p.FirstShown() < 0 || !writer.Add(p)) continue;
         const auto at = [&](int s) { return TimeValue(range.start + int64_t{s} * range.step); };
         accepted.push_back(
