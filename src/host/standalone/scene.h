@@ -183,11 +183,11 @@ class Scene final : public host::Interface {
   void* FindExport(void* library, const std::string& symbol) override;
   // A rename over `to`. With open-file locking on it refuses, as Windows does, when this
   // process holds a handle to either file; Linux itself would allow it.
-  bool ReplaceFile(const std::string& from, const std::string& to) override;
+  bool RenameOver(const std::string& from, const std::string& to) override;
 
   // ---- settings tests and the tool change
   void SetOpenFileLocking(bool on) { lockOpenFiles_ = on; }
-  int ReplacesRefused() const { return replacesRefused_; }
+  int RenamesRefused() const { return renamesRefused_; }
   void SetFrameRate(int fps) { fps_ = fps > 0 ? fps : 30; }
   void SetAnimRange(const Interval& r) { range_ = r; }
   void SetRendering(bool on) { rendering_ = on; }
@@ -279,7 +279,7 @@ class Scene final : public host::Interface {
   std::string assetDir_, pluginsDir_;
   std::vector<void*> libraries_;
   bool lockOpenFiles_ = false;
-  int replacesRefused_ = 0;
+  int renamesRefused_ = 0;
 };
 
 }  // namespace kv::standalone
