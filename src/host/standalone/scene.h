@@ -55,6 +55,9 @@ class SceneNode final : public host::Node {
   // The object offset (object space to pivot), applied before the node transform.
   const Matrix3& GetObjectOffset() const { return objOffset_; }
   void SetObjectOffset(const Matrix3& m);
+  Matrix3 GetObjOffsetTM() const override { return objOffset_; }
+  bool IsFrozen() const override { return frozen_; }
+  void SetFrozen(bool on) { frozen_ = on; }
   // Local transform (relative to the parent) at t, as the transform controller gives it.
   Matrix3 GetLocalTM(TimeValue t) const { return tm_->GetMatrix(t); }
   // Sets the world transform at t through the PRS controller (a key there when makeKey).
@@ -82,7 +85,7 @@ class SceneNode final : public host::Node {
   host::Object* obj_;
   host::Mtl* mtl_ = nullptr;
   uint32_t wire_ = 0x00808080;
-  bool deleted_ = false, selected_ = false, hidden_ = false, inheritVis_ = true;
+  bool deleted_ = false, selected_ = false, hidden_ = false, inheritVis_ = true, frozen_ = false;
   Matrix3 objOffset_;
   std::unique_ptr<host::Control> tm_, vis_;
 };
@@ -180,13 +183,13 @@ class Scene final : public host::Interface {
   void* FindExport(void* library, const std::string& symbol) override;
   // A rename over `to`. With open-file locking on it refuses, as Windows does, when this
   // process holds a handle to either file; Linux itself would allow it.
-  bool ReplaceFile(const std::string& from, const std::string& to) override;
+  bool RenameOver(const std::string& from, const std::string& to) override;
   // On a pool of worker threads (see SetThreadCount); serial with one thread.
   void ParallelFor(size_t n, size_t grain, host::RangeFn fn) override;
 
   // ---- settings tests and the tool change
   void SetOpenFileLocking(bool on) { lockOpenFiles_ = on; }
-  int ReplacesRefused() const { return replacesRefused_; }
+  int RenamesRefused() const { return renamesRefused_; }
   // Threads ParallelFor may use: 0 (the default) for every core, 1 for none besides the
   // caller's.
   void SetThreadCount(int n);
@@ -282,7 +285,7 @@ class Scene final : public host::Interface {
   std::string assetDir_, pluginsDir_;
   std::vector<void*> libraries_;
   bool lockOpenFiles_ = false;
-  int replacesRefused_ = 0;
+  int renamesRefused_ = 0;
   struct Workers;  // defined beside ParallelFor, which alone sees the thread library
   struct WorkersDeleter {
     void operator()(Workers* w) const;
