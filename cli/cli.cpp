@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cmath>
+#include <map>
 #include <ostream>
 
 #include "commands.h"
@@ -69,6 +70,30 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   play->add_option("-o,--output", pl.output, "Mesh to write (.obj, .ply or .glb)")->required();
   AddPlaybackOptions(*play, pl);
 
+  ExplodeArgs ex;
+  CLI::App* explode = app.add_subcommand(
+      "explode",
+      "Turn the cache's elements into keyframed nodes and write them (.glb, .gltf, .kvs)");
+  explode->add_option("file", ex.file, "Cache file (.kvc)")->required();
+  explode->add_option("-o,--output", ex.output, "File to write (.glb, .gltf or a .kvs scene)")
+      ->required();
+  explode->add_option("--start", ex.from, "First key frame (default: where playback starts)");
+  explode->add_option("--end", ex.to, "Last frame (default: where the cache ends)");
+  explode->add_option("--step", ex.step, "Frames between keys")->check(CLI::Range(0.001, 999999.0));
+  explode->add_option("--to", ex.target, "Node per element: mesh, box, point")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, int>{{"mesh", 0}, {"box", 1}, {"point", 2}}, CLI::ignore_case));
+  explode->add_option("--selected", ex.selected,
+                      "Only the elements whose name matches this glob (* and ?)");
+  explode->add_flag("--reduce", ex.reduce, "Remove the keys the motion does not need");
+  explode->add_option("--reduce-step", ex.reduceStep, "Whole frames between compared samples")
+      ->check(CLI::Range(1, 999999));
+  explode
+      ->add_option("--threshold", ex.threshold,
+                   "Largest change reduction allows (scene units; radians for rotations)")
+      ->check(CLI::Range(0.0, 1e9));
+  AddPlaybackOptions(*explode, ex, "--play-start");
+
   DemoArgs dm;
   CLI::App* demo = app.add_subcommand(
       "demo", "Simulate a brick wall struck by a ball, record it, play it back into DIR");
@@ -87,8 +112,9 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   } catch (const CLI::ParseError& e) {
     const std::string first = argc > 1 ? argv[1] : "";
     if (!first.empty() && first[0] != '-' && !record->parsed() && !info->parsed() &&
-        !play->parsed() && !demo->parsed())
-      err << "kvcache: unknown command '" << first << "' (use record, info, play or demo)\n";
+        !play->parsed() && !explode->parsed() && !demo->parsed())
+      err << "kvcache: unknown command '" << first
+          << "' (use record, info, play, explode or demo)\n";
     else
       err << "kvcache: " << e.what() << '\n';
     err << "Run with --help for more information.\n";
@@ -109,6 +135,7 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     if (record->parsed()) return RunRecord(rec, common, out, err);
     if (info->parsed()) return RunInfo(inf, common, out, err);
     if (play->parsed()) return RunPlay(pl, common, out, err);
+    if (explode->parsed()) return RunExplode(ex, common, out, err);
     if (demo->parsed()) return RunDemo(dm, common, out, err);
   } catch (const std::exception& e) {
     // Allocation failures and the like: report rather than abort.

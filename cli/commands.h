@@ -41,6 +41,18 @@ struct PlayArgs : PlaybackArgs {
   std::string output;              // .obj, .ply or .glb
 };
 
+struct ExplodeArgs : PlaybackArgs {
+  std::string file;
+  std::string output;           // .glb, .gltf or a scene file (.kvs)
+  std::optional<int> from, to;  // explodeStart / explodeEnd, frames; default: the cache's span
+  double step = 1.0;            // explodeStep, frames
+  int target = 0;               // explodeTo: 0 mesh, 1 box, 2 point
+  std::optional<std::string> selected;  // only elements whose name matches this glob
+  bool reduce = false;
+  int reduceStep = 1;  // whole frames
+  float threshold = 0.02f;
+};
+
 struct DemoArgs {
   std::string dir = "demo-out";
   int columns = 40, rows = 50, frames = 60;
@@ -49,6 +61,7 @@ struct DemoArgs {
 int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunInfo(const InfoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunPlay(const PlayArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunExplode(const ExplodeArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunDemo(const DemoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 
 }  // namespace kv::cli

@@ -1,0 +1,216 @@
+#include "explode/key_reduce.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include "res/strings.h"
+
+namespace kv::explode {
+namespace {
+
+using host::ControlKind;
+using host::ControlValue;
+
+// A value as up to four floats, so that the reference table holds no variants.
+struct Flat {
+  float v[4] = {0, 0, 0, 0};
+};
+
+Flat Flatten(ControlKind kind, const ControlValue& x) {
+  Flat f;
+  switch (kind) {
+    case ControlKind::Float:
+      if (const float* p = std::get_if<float>(&x)) f.v[0] = *p;
+      break;
+    case ControlKind::Point2:
+      if (const Point2* p = std::get_if<Point2>(&x)) f.v[0] = p->x, f.v[1] = p->y;
+      break;
+    case ControlKind::Point3:
+    case ControlKind::Position:
+      if (const Point3* p = std::get_if<Point3>(&x)) f.v[0] = p->x, f.v[1] = p->y, f.v[2] = p->z;
+      break;
+    case ControlKind::Point4:
+      if (const Point4* p = std::get_if<Point4>(&x))
+        f.v[0] = p->x, f.v[1] = p->y, f.v[2] = p->z, f.v[3] = p->w;
+      break;
+    case ControlKind::Rotation:
+      if (const Quat* p = std::get_if<Quat>(&x))
+        f.v[0] = p->x, f.v[1] = p->y, f.v[2] = p->z, f.v[3] = p->w;
+      break;
+    case ControlKind::Scale:
+      // The stretch axes are not compared: only the factors.
+      if (const host::ScaleValue* p = std::get_if<host::ScaleValue>(&x))
+        f.v[0] = p->s.x, f.v[1] = p->s.y, f.v[2] = p->s.z;
+      break;
+    default:
+      break;
+  }
+  return f;
+}
+
+float Distance2(ControlKind kind, const Flat& a, const Flat& b) {
+  if (kind == ControlKind::Rotation) {
+    // The angle of the rotation that takes a to b: conj(a) * b, whose vector part has length
+    // sin(angle / 2) and scalar part cos(angle / 2) (times |a| |b|). atan2 keeps small angles
+    // exact where acos of a dot product would round them away; |w| takes the shorter way.
+    const float ax = -a.v[0], ay = -a.v[1], az = -a.v[2], aw = a.v[3];
+    const float bx = b.v[0], by = b.v[1], bz = b.v[2], bw = b.v[3];
+    const float rx = aw * bx + ax * bw + ay * bz - az * by;
+    const float ry = aw * by - ax * bz + ay * bw + az * bx;
+    const float rz = aw * bz + ax * by - ay * bx + az * bw;
+    const float rw = aw * bw - ax * bx - ay * by - az * bz;
+    const float angle = 2.0f * std::atan2(std::sqrt(rx * rx + ry * ry + rz * rz), std::fabs(rw));
+    return angle * angle;
+  }
+  float d = 0;
+  for (int i = 0; i < 4; ++i) d += (a.v[i] - b.v[i]) * (a.v[i] - b.v[i]);
+  return d;
+}
+
+}  // namespace
+
+bool IsReducible(ControlKind kind) {
+  switch (kind) {
+    case ControlKind::Float:
+    case ControlKind::Point2:
+    case ControlKind::Point3:
+    case ControlKind::Position:
+    case ControlKind::Point4:
+    case ControlKind::Rotation:
+    case ControlKind::Scale:
+      return true;
+    default:
+      return false;
+  }
+}
+
+float ReduceDistance2(ControlKind kind, const ControlValue& a, const ControlValue& b) {
+  if (!IsReducible(kind)) return 0;
+  return Distance2(kind, Flatten(kind, a), Flatten(kind, b));
+}
+
+std::vector<TimeValue> ReduceSampleTimes(const Interval& range, TimeValue step) {
+  std::vector<TimeValue> out;
+  const int64_t s = std::max<int64_t>(step, 1);
+  const int64_t a = range.Start(), b = range.End();
+  if (b <= a) return out;
+  out.reserve(static_cast<size_t>((b - a + s - 1) / s));
+  for (int64_t t = a; t < b; t += s) out.push_back(static_cast<TimeValue>(t));
+  return out;
+}
+
+int ReduceControllerKeys(host::Hold& hold, host::Control& c, const Interval& range, TimeValue step,
+                         float threshold) {
+  const ControlKind kind = c.Kind();
+  if (!IsReducible(kind) || c.NumKeys() == 0) return 0;
+  std::vector<TimeValue> keys;
+  c.GetKeyTimes(range, keys);
+  if (keys.empty()) return 0;
+
+  const float limit = threshold * threshold;
+  const std::vector<TimeValue> times = ReduceSampleTimes(range, step);
+  std::vector<Flat> ref(times.size());
+  for (size_t j = 0; j < times.size(); ++j) ref[j] = Flatten(kind, c.GetValue(times[j]));
+
+  hold.Suspend();
+  const std::unique_ptr<host::Control> work = c.Clone();
+  int removed = 0;
+  if (work) {
+    const int reach = work->KeyReach();
+    for (auto it = keys.rbegin(); it != keys.rend(); ++it) {
+      const TimeValue kt = *it;
+      const int i = work->GetKeyIndex(kt);
+      if (i < 0) continue;
+      // The samples the deletion can change: those between the keys `reach` away (both
+      // ends included, as the segments that start there are recomputed), or every one.
+      size_t lo = 0, hi = times.size();
+      if (reach > 0) {
+        const int n = work->NumKeys();
+        if (i - reach >= 0)
+          lo = static_cast<size_t>(
+              std::lower_bound(times.begin(), times.end(), work->GetKeyTime(i - reach)) -
+              times.begin());
+        if (i + reach < n)
+          hi = static_cast<size_t>(
+              std::upper_bound(times.begin(), times.end(), work->GetKeyTime(i + reach)) -
+              times.begin());
+      }
+      if (lo >= hi) {
+        work->DeleteKey(i);
+        ++removed;
+        continue;
+      }
+      const Interval instant(kt, kt);
+      const std::unique_ptr<host::TrackClip> saved = work->CopyTrack(instant);
+      if (!saved) continue;  // a key that cannot be put back is never taken away
+      work->DeleteKey(i);
+      bool keep = false;
+      for (size_t j = lo; j < hi && !keep; ++j)
+        keep = Distance2(kind, ref[j], Flatten(kind, work->GetValue(times[j]))) > limit;
+      if (keep)
+        work->PasteTrack(*saved, instant);
+      else
+        ++removed;
+    }
+  }
+  hold.Resume();
+  if (removed > 0) c.CopyFrom(*work);
+  return removed;
+}
+
+ReduceResult ReduceKeys(host::Interface& ip, std::span<host::Control* const> controllers,
+                        const Interval& range, TimeValue step, float threshold,
+                        const ReduceOptions& opt) {
+  ReduceResult r;
+  std::vector<host::Control*> set;
+  set.reserve(controllers.size());
+  for (host::Control* c : controllers)
+    if (c) set.push_back(c);
+  std::sort(set.begin(), set.end());
+  set.erase(std::unique(set.begin(), set.end()), set.end());
+  r.controllers = static_cast<int>(set.size());
+  if (set.empty()) return r;
+
+  ip.SetStatusText(res::GetString(res::IDS_REDUCING_KEYS));
+  ip.ProgressStart(std::string());
+  ip.GetEscPressed();  // a press from before the run does not cancel it
+
+  host::Hold& hold = ip.GetHold();
+  hold.Begin();
+  const int total = r.controllers;
+  std::vector<TimeValue> scratch;
+  for (int n = 0; n < total; ++n) {
+    host::Control& c = *set[static_cast<size_t>(n)];
+    c.GetKeyTimes(range, scratch);
+    const int before = static_cast<int>(scratch.size());
+    const int removed = ReduceControllerKeys(hold, c, range, step, threshold);
+    r.keysBefore += before;
+    r.keysAfter += before - removed;
+    if ((n + 1) % 100 == 0) {
+      const int done = n + 1;
+      const int percent = static_cast<int>(int64_t{done} * 100 / total);
+      char text[128];
+      std::snprintf(text, sizeof text, res::LoadString(res::IDS_REDUCING_KEYS_PCT).data(), percent);
+      ip.ProgressUpdate(percent, text);
+      const bool go = !ip.GetEscPressed() && (!opt.progress || opt.progress(done, total));
+      if (!go) {
+        r.completed = false;
+        break;
+      }
+    }
+  }
+  ip.ProgressEnd();
+  ip.SetStatusText(std::string());
+  if (r.completed) {
+    hold.Accept(res::GetString(res::IDS_UNDO_REDUCE_KEYS));
+  } else {
+    hold.Cancel();
+    r.keysAfter = r.keysBefore;
+  }
+  ip.RedrawViews(ip.GetTime());
+  return r;
+}
+
+}  // namespace kv::explode
