@@ -52,16 +52,26 @@ Flat Flatten(ControlKind kind, const ControlValue& x) {
 
 float Distance2(ControlKind kind, const Flat& a, const Flat& b) {
   if (kind == ControlKind::Rotation) {
-    // The angle of the rotation that takes a to b: conj(a) * b, whose vector part has length
-    // sin(angle / 2) and scalar part cos(angle / 2) (times |a| |b|). atan2 keeps small angles
-    // exact where acos of a dot product would round them away; |w| takes the shorter way.
-    const float ax = -a.v[0], ay = -a.v[1], az = -a.v[2], aw = a.v[3];
-    const float bx = b.v[0], by = b.v[1], bz = b.v[2], bw = b.v[3];
-    const float rx = aw * bx + ax * bw + ay * bz - az * by;
-    const float ry = aw * by - ax * bz + ay * bw + az * bx;
-    const float rz = aw * bz + ax * by - ay * bx + az * bw;
-    const float rw = aw * bw - ax * bx - ay * by - az * bz;
-    const float angle = 2.0f * std::atan2(std::sqrt(rx * rx + ry * ry + rz * rz), std::fabs(rw));
+    // The angle of the rotation that takes a to b, from the chord between the two unit
+    // quaternions: |a - b| = 2 sin(angle / 4), and |a + b| for the other sign, so the shorter
+    // way is the smaller chord. Equal rotations give exactly 0, and small angles keep their
+    // precision (the cosine of a dot product would round them away).
+    auto unit = [](const Flat& q, float out[4]) {
+      const float l =
+          std::sqrt(q.v[0] * q.v[0] + q.v[1] * q.v[1] + q.v[2] * q.v[2] + q.v[3] * q.v[3]);
+      const float inv = l > 0 ? 1.0f / l : 0.0f;
+      for (int i = 0; i < 4; ++i) out[i] = q.v[i] * inv;
+    };
+    float p[4], q[4];
+    unit(a, p);
+    unit(b, q);
+    float minus = 0, plus = 0;
+    for (int i = 0; i < 4; ++i) {
+      minus += (p[i] - q[i]) * (p[i] - q[i]);
+      plus += (p[i] + q[i]) * (p[i] + q[i]);
+    }
+    const float chord = std::sqrt(std::min(minus, plus));
+    const float angle = 4.0f * std::asin(std::min(1.0f, chord * 0.5f));
     return angle * angle;
   }
   float d = 0;
