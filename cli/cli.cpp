@@ -6,6 +6,7 @@
 #include <ostream>
 
 #include "commands.h"
+#include "host/standalone/mesh_sequence.h"
 #include "playback_options.h"
 
 namespace kv::cli {
@@ -43,16 +44,34 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
 
   RecordArgs rec;
   CLI::App* record = app.add_subcommand(
-      "record", "Record every mesh node of a scene (.gltf, .glb or a scene file) into a cache");
-  record->add_option("scene", rec.scene, "Scene to record")->required()->check(CLI::ExistingFile);
+      "record",
+      "Record every mesh node of a scene (.gltf, .glb, a scene file, or a mesh sequence such "
+      "as wall.####.obj) into a cache");
+  // A sequence pattern names no file of its own: only other scenes must exist as named.
+  record->add_option("scene", rec.scene, "Scene or mesh sequence to record")
+      ->required()
+      ->check(CLI::Validator(
+          [](const std::string& v) {
+            return standalone::IsSequencePattern(v) ? std::string() : CLI::ExistingFile(v);
+          },
+          "FILE|PATTERN"));
   record->add_option("-o,--output", rec.output, "Cache file to write (.kvc)")->required();
   record->add_option("--start", rec.start, "First frame (default: the scene's range start)");
   record->add_option("--end", rec.end, "Last frame (default: the scene's range end)");
   record->add_option("--step", rec.step, "Frames between samples")
       ->check(CLI::Range(0.001, 999999.0));
   record->add_option("--nodes", rec.nodes, "Only nodes whose name matches this glob (* and ?)");
-  record->add_option("--fps", rec.fps, "Frame rate of a glTF scene (default 30)")
+  record->add_option("--fps", rec.fps, "Frame rate of a glTF scene or a sequence (default 30)")
       ->check(CLI::Range(1, 4800));
+  record->add_flag("--deform", rec.deform,
+                   "Split deforming meshes into rigid pieces, one element each");
+  record->add_flag("--topology", rec.topology,
+                   "With --deform: pieces may appear, vanish or change between samples");
+  record
+      ->add_option("--tolerance", rec.tolerance,
+                   "With --deform: distance that joins pieces and that a piece may stray "
+                   "from its rigid fit before a warning (default 0.001)")
+      ->check(CLI::Range(0.0, 1e9));
 
   InfoArgs inf;
   CLI::App* info = app.add_subcommand("info", "Print what a cache file holds");
@@ -122,6 +141,11 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   }
   if (record->parsed() && rec.output.empty()) {
     err << "kvcache record: --output must name the cache file to write\n"
+        << "Run with --help for more information.\n";
+    return kExitUsage;
+  }
+  if (record->parsed() && rec.topology && !rec.deform) {
+    err << "kvcache record: --topology needs --deform\n"
         << "Run with --help for more information.\n";
     return kExitUsage;
   }

@@ -8,6 +8,7 @@
 
 #include "cache/base.h"
 #include "commands.h"
+#include "host/standalone/mesh_sequence.h"
 #include "progress.h"
 #include "record/recorder.h"
 #include "scene_io.h"
@@ -47,12 +48,15 @@ int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::
   s.recStep = static_cast<float>(a.step);
   s.fileName = a.output;
   s.clearNodeList = false;
+  s.writeDeform = a.deform;
+  s.writeTopology = a.topology;
   SettingsRecordTarget target(scene, s);
 
   ProgressBar bar(err, !c.quiet);
   RecordOptions opt;
   opt.quiet = true;  // messages come back in the result and go to standard error
-  int shown = 0;     // the writer's phases each count from 0: show the furthest point reached
+  opt.deformTolerance = static_cast<float>(a.tolerance);
+  int shown = 0;  // the writer's phases each count from 0: show the furthest point reached
   opt.progress = [&](const std::string&, int pct) {
     shown = std::max(shown, pct);
     return bar.Update("Recording", static_cast<uint64_t>(shown), 100);
@@ -61,6 +65,15 @@ int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::
   Recorder recorder(scene, nullptr);
   const RecordResult r = recorder.Record(target, opt);
   bar.Finish();
+
+  // A frame file that could not be read says why itself, more plainly than what followed.
+  if (!r.ok())
+    for (standalone::SceneNode* n : scene.AllNodes())
+      if (n->GetObjectRef() && n->GetObjectRef()->GetClassId() == standalone::kMeshSequenceClassId)
+        if (const auto& why =
+                static_cast<standalone::MeshSequenceObject*>(n->GetObjectRef())->LastError();
+            !why.empty())
+          err << "kvcache record: " << why << '\n';
 
   switch (r.status) {
     case RecordStatus::Recorded: {
@@ -74,6 +87,8 @@ int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::
       std::snprintf(took, sizeof took, " in %.2f s\n", clock.Seconds());
       out << took;
       if (r.skipped > 0) err << "kvcache record: " << r.skipped << " node(s) had no mesh\n";
+      for (const std::string& line : r.deformReport) out << "  " << line << '\n';
+      for (const std::string& w : r.warnings) err << "kvcache record: warning: " << w << '\n';
       return kExitOk;
     }
     case RecordStatus::Cancelled:

@@ -26,7 +26,10 @@ struct RecordArgs {
   std::optional<int> start, end;  // frames; default: the scene's animation range
   double step = 1.0;              // frames between samples
   std::string nodes = "*";        // glob over node names
-  std::optional<int> fps;         // scene frame rate for glTF (default 30)
+  std::optional<int> fps;         // scene frame rate for glTF and sequences (default 30)
+  bool deform = false;            // Record Deformations
+  bool topology = false;          // Record Topology
+  double tolerance = 0.001;       // scene units
 };
 
 struct InfoArgs {

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
+#include <filesystem>
 
 #include "host/standalone/gltf.h"
+#include "host/standalone/mesh_sequence.h"
 #include "host/standalone/scene_file.h"
 #include "object/cache_obj.h"
 
@@ -30,6 +32,14 @@ bool IsGltfPath(const std::string& path) {
 std::unique_ptr<standalone::Scene> LoadSceneFile(const std::string& path, std::optional<int> fps,
                                                  KelvaneTools::kvCacheRegistry& caches,
                                                  std::string& error) {
+  std::error_code ec;
+  if (standalone::IsSequencePattern(path)) {
+    return standalone::LoadMeshSequenceScene(path, fps.value_or(30), error);
+  }
+  if (!std::filesystem::is_regular_file(path, ec)) {
+    error = path + " does not exist";
+    return nullptr;
+  }
   if (IsGltfPath(path)) {
     auto scene = std::make_unique<standalone::Scene>();
     // glTF counts time in seconds: the frame rate only decides where frames fall.

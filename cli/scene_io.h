@@ -10,7 +10,8 @@
 
 namespace kv::cli {
 
-// A glTF scene (.gltf or .glb, at `fps` frames per second, 30 when not given) or a standalone
+// A mesh sequence (wall.####.obj, or one file of it: one node, its frames the scene's range), a
+// glTF scene (.gltf or .glb, at `fps` frames per second, 30 when not given) or a standalone
 // scene file (at its own rate unless `fps` is given). Cache objects in a scene file play
 // through `caches`, which must outlive the scene. Null with `error` set when the file cannot
 // be read.

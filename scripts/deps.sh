@@ -1,11 +1,18 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build needs, only those missing. Idempotent and
 # non-interactive; needs root (or sudo) the first time only.
+# With --windows it adds MinGW-w64, which cross-compiles the 3ds Max plug-in (windows-mingw
+# preset); the Linux build does not need it.
 set -euo pipefail
+windows=0
+[ "${1:-}" = "--windows" ] && windows=1
 pkgs=(build-essential cmake ninja-build clang libclang-rt-14-dev clang-format
       libgtest-dev libgmock-dev libbenchmark-dev
-      libtinygltf-dev nlohmann-json3-dev libstb-dev libspng-dev libcli11-dev libfmt-dev
+      libtinygltf-dev libtinyobjloader-dev nlohmann-json3-dev libstb-dev libspng-dev libcli11-dev libfmt-dev
       libbullet-dev zlib1g-dev pkg-config)
+if ((windows)); then
+  pkgs+=(g++-mingw-w64-x86-64 binutils-mingw-w64-x86-64)
+fi
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

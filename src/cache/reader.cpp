@@ -70,17 +70,6 @@ class BlockCursor {
   size_t pos_ = 0;
 };
 
-// Keeps only complete UTF-8 sequences: a name cut at its character count may end inside one.
-void TrimPartialUtf8(std::string& s) {
-  size_t i = s.size(), back = 0;
-  while (i > 0 && back < 4 && (static_cast<unsigned char>(s[i - 1]) & 0xC0) == 0x80) --i, ++back;
-  if (i == 0) return;
-  const unsigned char lead = static_cast<unsigned char>(s[i - 1]);
-  if (lead < 0x80) return;
-  const size_t need = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : lead >= 0xC0 ? 1 : 0;
-  if (need != back) s.resize(i - 1);
-}
-
 // Corners follow Box3::Corner; two triangles per side, outward winding, the diagonal's edge
 // hidden, one smoothing group per side.
 constexpr uint32_t kBoxFaces[12][3] = {{0, 2, 3}, {3, 1, 0}, {4, 5, 7}, {7, 6, 4},
@@ -236,7 +225,8 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
     el.name.resize(size_t(nameLength));
     if (!in.ReadRaw(el.name.data(), el.name.size())) return false;
     if (const size_t z = el.name.find('\0'); z != std::string::npos) el.name.resize(z);
-    TrimPartialUtf8(el.name);
+    // Stored in the host's 8-bit code page, kept as UTF-8.
+    el.name = host_ ? host_->FromCodePage(el.name) : kv::host::Cp1252ToUtf8(el.name);
     float box[6];
     if (!in.ReadRaw(box, sizeof box)) return false;
     el.bounds = kv::Box3({box[0], box[1], box[2]}, {box[3], box[4], box[5]});

@@ -64,6 +64,18 @@ void* kvCacheRegistry::User(const std::string& fileName, int i) const {
   return it->second.users[static_cast<size_t>(i)];
 }
 
+bool kvCacheRegistry::CloseFile(const std::string& fileName) {
+  auto it = entries_.find(fileName);
+  if (it == entries_.end() || !it->second.reader->IsOpen()) return false;
+  it->second.reader->Close();
+  return true;
+}
+
+void kvCacheRegistry::ReopenFile(const std::string& fileName) {
+  auto it = entries_.find(fileName);
+  if (it != entries_.end()) it->second.reader->OpenFile();
+}
+
 void kvCacheRegistry::Release(void* user) {
   for (auto it = entries_.begin(); it != entries_.end();) {
     auto& users = it->second.users;

@@ -36,6 +36,12 @@ class kvCacheRegistry {
   std::vector<void*> Users(const std::string& fileName) const;
   int UserCount(const std::string& fileName) const;
   void* User(const std::string& fileName, int i) const;
+  // Closes the file handle of `fileName`'s reader, keeping its index and loaded samples, so
+  // that the file can be replaced on a system that refuses to replace an open file. True when
+  // a handle was open. The reader opens the file again by itself on its next read.
+  bool CloseFile(const std::string& fileName);
+  // Opens the handle again after CloseFile answered true (the file was not replaced).
+  void ReopenFile(const std::string& fileName);
   // Removes the user from every entry; entries left without users are destroyed.
   void Release(void* user);
   int EntryCount() const { return static_cast<int>(entries_.size()); }

@@ -35,14 +35,6 @@ struct Out {
   }
 };
 
-// Length of a UTF-8 string in wide (UTF-16) characters: one per sequence, two for a
-// character beyond the basic plane, which takes a surrogate pair.
-size_t WideLength(const std::string& s) {
-  size_t n = 0;
-  for (unsigned char c : s) n += ((c & 0xC0) != 0x80) + (c >= 0xF0);
-  return n;
-}
-
 // The file name without folder and extension, either separator counting ("shot" for
 // "D:/work/shot.kvc"); empty for a name that is all extension (".kvc").
 std::string BaseName(const std::string& path) {
@@ -197,12 +189,11 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
       error_ = kErrException;
       return false;
     }
-    // The name's length in wide characters, then that many bytes of its UTF-8 form (a name
-    // whose UTF-8 form is longer is cut short).
-    const size_t chars = std::min(WideLength(name), name.size());
-    out.Reserve(4 + chars + 24 + 12 + 8 * channels_.size() + 1);
-    out.put(int32_t(chars));
-    name.resize(chars);
+    // Names are stored in the host's 8-bit code page: one byte per character, so the stored
+    // length is both the character count and the byte count.
+    name = host_ ? host_->ToCodePage(name) : kv::host::Utf8ToCp1252(name);
+    out.Reserve(4 + name.size() + 24 + 12 + 8 * channels_.size() + 1);
+    out.put(int32_t(name.size()));
     out.raw(name.data(), name.size());
     // The mesh's bounding box, over the packed coordinates.
     const float* v = reinterpret_cast<const float*>(m.verts.data());

@@ -17,35 +17,6 @@ bool IsAlnum(char c) {
   return IsDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
 }
 
-// Length of a UTF-8 text in UTF-16 code units: the host's wide-string length of the name.
-uint32_t WideLength(std::string_view s) {
-  uint32_t n = 0;
-  for (size_t i = 0; i < s.size();) {
-    const auto c = static_cast<unsigned char>(s[i]);
-    const size_t len = c < 0x80 ? 1 : c < 0xE0 ? 2 : c < 0xF0 ? 3 : 4;
-    n += len == 4 ? 2 : 1;
-    i += len;
-  }
-  return n;
-}
-
-// Drops an incomplete or invalid UTF-8 sequence, which a name cut to its stored length may end
-// in, so that a loaded name is always valid text.
-std::string SanitizeUtf8(std::string_view s) {
-  std::string out;
-  out.reserve(s.size());
-  for (size_t i = 0; i < s.size();) {
-    const auto c = static_cast<unsigned char>(s[i]);
-    size_t len = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
-    bool ok = len > 0 && i + len <= s.size();
-    for (size_t k = 1; ok && k < len; ++k)
-      ok = (static_cast<unsigned char>(s[i + k]) & 0xC0) == 0x80;
-    if (ok) out.append(s.substr(i, len));
-    i += ok ? len : 1;
-  }
-  return out;
-}
-
 void SortUnique(std::vector<int32_t>& v) {
   std::sort(v.begin(), v.end());
   v.erase(std::unique(v.begin(), v.end()), v.end());
@@ -189,16 +160,13 @@ void ElementGroupList::trimToElementCount(int32_t elementCount) {
   for (ElementGroup& g : groups_) g.trimTo(elementCount);
 }
 
-bool ElementGroupList::save(host::ISave& s) const {
+bool ElementGroupList::save(host::ISave& s, const host::Interface& ip) const {
   if (!io::WriteU32(s, static_cast<uint32_t>(groups_.size()))) return false;
   for (const ElementGroup& g : groups_) {
-    // Exactly "length in characters" bytes are stored; a name with multibyte characters is
-    // therefore cut, which the stored form has always done.
-    const uint32_t len = WideLength(g.name());
-    std::string bytes = g.name().substr(0, len);
-    bytes.resize(len, '\0');
-    bool ok = io::WriteU32(s, ElementGroup::kStoredVersion) && io::WriteU32(s, len) &&
-              io::WriteBytes(s, bytes) &&
+    // One byte per character in the code page: the stored length counts both.
+    const std::string bytes = ip.ToCodePage(g.name());
+    bool ok = io::WriteU32(s, ElementGroup::kStoredVersion) &&
+              io::WriteU32(s, static_cast<uint32_t>(bytes.size())) && io::WriteBytes(s, bytes) &&
               io::WriteU32(s, static_cast<uint32_t>(g.elements().size()));
     for (int32_t e : g.elements()) ok = ok && io::WriteU32(s, static_cast<uint32_t>(e));
     ok = ok && io::WriteU32(s, g.mode) && io::WriteU8(s, g.enabled ? 1 : 0) &&
@@ -232,7 +200,7 @@ host::IOResult ElementGroupList::load(host::ILoad& l, host::Interface& ip, bool*
     std::string name;
     uint32_t count;
     if (!io::ReadString(l, name) || !io::ReadU32(l, count)) return fail();
-    g.setName(SanitizeUtf8(name));
+    name = ip.FromCodePage(name);
     std::vector<int32_t> elements;
     for (uint32_t k = 0; k < count; ++k) {
       uint32_t e;
@@ -247,6 +215,7 @@ host::IOResult ElementGroupList::load(host::ILoad& l, host::Interface& ip, bool*
       return fail();
     g.enabled = enabled;
     g.trigger = trigger;
+    g.setName(name.empty() ? uniqueName("Group001") : uniqueName(name));
     groups_.push_back(std::move(g));
   }
   return host::IOResult::Ok;

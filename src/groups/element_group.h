@@ -113,16 +113,19 @@ class ElementGroupList {
   // cache of that many elements).
   void trimToElementCount(int32_t elementCount);
 
-  // Stored form: u32 count, then per group (version 5): u32 version, u32 name length in
-  // characters, the name's bytes (cut to that many bytes), u32 element count, the elements as
-  // u32, u32 mode, u8 enabled, f32 delay, i32 matIndex, u8 trigger, f32 deleteDistance,
-  // f32 deleteAge; all little-endian. The switches deleteByDistance and deleteByAge are not
-  // stored and load as off. False on the first failed write.
-  bool save(host::ISave& s) const;
-  // Clears the list, then reads it back. A record older than version 5 shows the host's message
-  // box, leaves the list empty and returns Error with *incompatible set (the caller may go on
-  // loading what follows); a short read also returns Error with the list empty, and leaves
-  // *incompatible false. `ip` is only used for that message box.
+  // Stored form: u32 count, then per group (version 5): u32 version, u32 name length, the
+  // name in the host's 8-bit code page (one byte per character, see host::Interface), u32
+  // element count, the elements as u32, u32 mode, u8 enabled, f32 delay, i32 matIndex, u8
+  // trigger, f32 deleteDistance, f32 deleteAge; all little-endian. The switches
+  // deleteByDistance and deleteByAge are not stored and load as off. False on the first failed
+  // write.
+  bool save(host::ISave& s, const host::Interface& ip) const;
+  // Clears the list, then reads it back. A name that comes back empty or already taken (a
+  // damaged file, or characters the code page lacks turned into '?') is replaced by
+  // uniqueName of itself, or of "Group001" when empty, so names stay unique and non-empty.
+  // A record older than version 5 shows the host's message box, leaves the list empty and
+  // returns Error with *incompatible set (the caller may go on loading what follows); a short
+  // read also returns Error with the list empty, and leaves *incompatible false.
   host::IOResult load(host::ILoad& l, host::Interface& ip, bool* incompatible = nullptr);
 
   bool operator==(const ElementGroupList&) const = default;

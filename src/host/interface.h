@@ -3,12 +3,16 @@
 // a reference and never assumes which host is behind it.
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "geom/mesh.h"
 #include "geom/time.h"
+#include "host/codepage.h"
 #include "host/controller.h"
 #include "host/scene.h"
 #include "host/undo.h"
@@ -114,6 +118,23 @@ class Interface {
   // A library under the host's plugins folder; null when absent. The host keeps it loaded.
   virtual void* LoadPluginLibrary(const std::string& name) = 0;
   virtual void* FindExport(void* library, const std::string& symbol) = 0;
+  // Puts the file `from` in the place of `to` in one step, replacing what was there; false,
+  // with both files as they were, when that fails (a system that locks open files refuses to
+  // replace one that is open).
+  virtual bool ReplaceFile(const std::string& from, const std::string& to);
+
+  // ---- text
+  // Names stored in files (cache elements, element groups) go through the host's 8-bit code
+  // page, one byte per character; a character the code page lacks becomes '?'. The core's
+  // strings are UTF-8. Without a code page of its own a host uses Windows-1252.
+  virtual std::string ToCodePage(std::string_view utf8) const { return Utf8ToCp1252(utf8); }
+  virtual std::string FromCodePage(std::string_view bytes) const { return Cp1252ToUtf8(bytes); }
 };
+
+inline bool Interface::ReplaceFile(const std::string& from, const std::string& to) {
+  std::error_code ec;
+  std::filesystem::rename(from, to, ec);
+  return !ec;
+}
 
 }  // namespace kv::host

@@ -176,29 +176,39 @@ void kvCache_obj::OnParamChanged(int id) {
 }
 
 void kvCache_obj::OnRangeChanged(int startId, int endId, int changedId) {
-  if (adjustingRange_) return;
-  PushedEnd& pushed = startId == P::kRecStart ? recPushed_ : explodePushed_;
+  // Undo and redo put back each end exactly as it was; the other end has its own record.
+  if (adjustingRange_ || params_->Restoring()) return;
   const int otherId = changedId == startId ? endId : startId;
   const int v = params_->GetInt(changedId);
-  // A direct edit of the pushed end makes it the user's value again.
-  if (pushed.id == changedId) pushed.id = -1;
-
-  int want = params_->GetInt(otherId);
-  const bool crossed = changedId == startId ? v > want : v < want;
-  if (crossed) {
-    if (pushed.id != otherId) pushed = {otherId, want};
-    want = v;
-  } else if (pushed.id == otherId) {
-    // The drag comes back: the pushed end follows it until it is home again.
-    want = changedId == startId ? std::max(pushed.original, v) : std::min(pushed.original, v);
-    if (want == pushed.original) pushed.id = -1;
-  } else {
-    return;
+  const int other = params_->GetInt(otherId);
+  const bool isStart = changedId == startId;
+  int want = other;
+  if (isStart ? v > other : v < other) {
+    want = v;  // the moved end wins and pushes the other along
+  } else if (rangeDrag_.id == changedId) {
+    // A spinner drag coming back: the pushed end follows it home, and no further.
+    const int home = rangeDrag_.other;
+    if (isStart && other > home) want = std::max(home, v);
+    if (!isStart && other < home) want = std::min(home, v);
   }
-  if (want == params_->GetInt(otherId)) return;
+  if (want == other) return;
   adjustingRange_ = true;
   params_->SetInt(otherId, 0, want);
   adjustingRange_ = false;
+}
+
+void kvCache_obj::SetRangeDrag(int id, int otherValue) {
+  switch (id) {
+    case P::kRecStart:
+    case P::kRecEnd:
+    case P::kExplodeStart:
+    case P::kExplodeEnd:
+      rangeDrag_ = {id, otherValue};
+      break;
+    default:
+      rangeDrag_ = {};
+      break;
+  }
 }
 
 void kvCache_obj::FileNameChanged() {
@@ -424,7 +434,8 @@ void kvCache_obj::ComputePlaybackState(TimeValue t, kvCacheReader& reader, bool 
   p.frame = pb.GetFloat(P::kPlayFrame, t);
   p.start = pb.GetInt(P::kPlayStart);
   p.speed = pb.GetFloat(P::kPlaySpeed, t);
-  if (host::Control* c = pb.GetController(P::kPlaySpeed); c && c->IsAnimated()) {
+  // A speed with a controller integrates even when its keys have all been deleted.
+  if (host::Control* c = pb.GetController(P::kPlaySpeed); c && pb.IsControlled(P::kPlaySpeed)) {
     p.speedAt = [c](TimeValue u) { return c->GetFloat(u); };
   }
   p.fps = pb.GetInt(P::kPlayFPS, t);
@@ -639,7 +650,6 @@ bool kvCache_obj::Save(host::ISave& s) const {
   s.EndChunk();
 
   BitArray bits;
-  ElementGroupList groups = state_.groups;
   kvCacheReader* r = Reader();
   if (r && r->HasIndex() && !r->InError() && r->NumElements() > 0) {
     const int n = r->NumElements();
@@ -647,13 +657,15 @@ bool kvCache_obj::Save(host::ISave& s) const {
     for (const uint32_t e : selection_) {
       if (e < static_cast<uint32_t>(n)) bits.Set(static_cast<int>(e));
     }
-    groups.trimToElementCount(n);
+    // Elements the cache does not have leave the groups themselves, not only the saved copy,
+    // so what the object holds stays what it saved. This is the one change saving makes.
+    const_cast<ElementGroupList&>(state_.groups).trimToElementCount(n);
   }
   s.BeginChunk(kChunkSelection);
   if (!SaveBitArray(s, bits)) return false;
   s.EndChunk();
   s.BeginChunk(kChunkGroups);
-  if (!groups.save(s)) return false;
+  if (!state_.groups.save(s, ip_)) return false;
   s.EndChunk();
   return true;
 }

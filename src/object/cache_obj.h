@@ -134,6 +134,17 @@ class kvCache_obj : public host::Object, public GroupOwner, public ParamAccessor
   // request recomputes.
   void Invalidate();
 
+  // ---- range pairs (recStart/recEnd, explodeStart/explodeEnd)
+  // Whenever one end is set past the other, the other end is pushed to the same value. The
+  // pushed end goes back only while the user drags the spinner of the end that pushed it:
+  // the rollout calls SetRangeDrag with that end's id and the other end's value from before
+  // the drag when the drag starts, and ClearRangeDrag on any other command and when the drag
+  // ends. As the dragged end comes back, the pushed end follows it home and no further. A
+  // typed or scripted value never brings a pushed end back.
+  void SetRangeDrag(int id, int otherValue);
+  void ClearRangeDrag() { rangeDrag_ = {}; }
+  int RangeDragId() const { return rangeDrag_.id; }
+
   // ---- element selection
   const std::set<uint32_t>& Selection() const { return selection_; }
   // The four selection operations; each puts a Restore_Selection when a hold is open.
@@ -209,12 +220,13 @@ class kvCache_obj : public host::Object, public GroupOwner, public ParamAccessor
   uint64_t seenGeneration_ = 0;  // reader open the mesh was last built from
   std::string status_, status2_;
 
-  // A range end pushed by the other end's drag, and its value before it was pushed.
-  struct PushedEnd {
+  // The range end whose spinner is being dragged, and the other end's value from before the
+  // drag (-1: no drag).
+  struct RangeDrag {
     int id = -1;
-    int original = 0;
+    int other = 0;
   };
-  PushedEnd recPushed_, explodePushed_;
+  RangeDrag rangeDrag_;
   bool adjustingRange_ = false;
 };
 

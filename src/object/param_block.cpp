@@ -21,12 +21,12 @@ class Restore_Param : public host::RestoreObj {
       haveRedo_ = true;
     }
     pb_.slots_[id_] = pb_.CopySlot(undo_);
-    pb_.Changed(id_);
+    pb_.ChangedByRestore(id_);
   }
   void Redo() override {
     if (!haveRedo_) return;
     pb_.slots_[id_] = pb_.CopySlot(redo_);
-    pb_.Changed(id_);
+    pb_.ChangedByRestore(id_);
   }
   int Size() const override {
     return static_cast<int>(sizeof(*this) + (undo_.entries.size() + redo_.entries.size()) *
@@ -74,6 +74,7 @@ ParamBlock::Slot ParamBlock::CopySlot(const Slot& s) const {
     n.f = e.f;
     n.node = e.node;
     n.pendingName = e.pendingName;
+    n.controlled = e.controlled;
     if (e.ctrl) n.ctrl = e.ctrl->Clone();
     c.entries.push_back(std::move(n));
   }
@@ -153,6 +154,14 @@ host::Control* ParamBlock::GetController(int id, int index) const {
   return e ? e->ctrl.get() : nullptr;
 }
 
+bool ParamBlock::IsControlled(int id, int index) const {
+  const Entry* e = At(id, index);
+  if (!e || !e->ctrl) return false;
+  // Keys made on the controller directly count as soon as they are seen.
+  if (e->ctrl->NumKeys() > 0) e->controlled = true;
+  return e->controlled;
+}
+
 std::string ParamBlock::GetEntryName(int id, int index) const {
   return accessor_ ? accessor_->GetEntryName(id, index) : std::string();
 }
@@ -172,6 +181,13 @@ void ParamBlock::BeforeChange(int id) {
 void ParamBlock::Changed(int id) {
   lastChanged_ = id;
   if (onChange_) onChange_(id);
+}
+
+void ParamBlock::ChangedByRestore(int id) {
+  const bool was = restoring_;
+  restoring_ = true;
+  Changed(id);
+  restoring_ = was;
 }
 
 float ParamBlock::ClampFloat(const ParamDef& d, float v) const {
@@ -195,6 +211,7 @@ void ParamBlock::WriteNumeric(const ParamDef& d, Entry& e, TimeValue t, double v
     e.f = ClampFloat(d, static_cast<float>(v));
     if (e.ctrl) e.ctrl->SetValue(t, e.f, makeKey);
   }
+  if (e.ctrl && makeKey) e.controlled = true;
 }
 
 bool ParamBlock::SetInt(int id, TimeValue t, int v) {
@@ -423,6 +440,7 @@ host::IOResult ParamBlock::Load(host::ILoad& l) {
                 if (e.ctrl) {
                   e.ctrl->SetValue(0, e.f, false);
                   for (const auto& [t, v] : keys) e.ctrl->SetValue(t, v, true);
+                  e.controlled = !keys.empty();
                 }
               }
             } else if (d->IsIntLike()) {

@@ -68,6 +68,10 @@ class ParamBlock {
   float GetListFloat(int id, int index, TimeValue t) const;
   // The controller behind an animatable value, or null.
   host::Control* GetController(int id, int index = 0) const;
+  // Whether the value is animated in the host's sense: a controller was assigned to it, which
+  // happens when it first gets keys and lasts when every key is deleted again. A value that
+  // never had keys is a plain constant.
+  bool IsControlled(int id, int index = 0) const;
 
   // ---- writing
   bool SetInt(int id, TimeValue t, int v);
@@ -100,6 +104,10 @@ class ParamBlock {
   // ---- change reporting and entry names
   void SetChangeCallback(ChangeCallback cb) { onChange_ = std::move(cb); }
   int LastChangedId() const { return lastChanged_; }  // -1 before any change
+  // True while undo or redo puts a value back. Rules that derive one value from another (a
+  // range end pushed by the other) must not run then: each undo record restores its own
+  // value exactly, and a value derived meanwhile would be taken as the other record's state.
+  bool Restoring() const { return restoring_; }
   void SetAccessor(const ParamAccessor* a) { accessor_ = a; }
   // Computed name of a list entry ("" without an accessor).
   std::string GetEntryName(int id, int index) const;
@@ -132,6 +140,7 @@ class ParamBlock {
     float f = 0.0f;
     mutable host::Node* node = nullptr;
     mutable std::string pendingName;  // a loaded node reference not yet found by name
+    mutable bool controlled = false;  // see IsControlled
     std::unique_ptr<host::Control> ctrl;
   };
   struct Slot {
@@ -150,6 +159,7 @@ class ParamBlock {
   // Puts an undo record for `id` when the hold is open, then the caller changes the slot.
   void BeforeChange(int id);
   void Changed(int id);
+  void ChangedByRestore(int id);
   float ClampFloat(const param::ParamDef& d, float v) const;
   int ClampInt(const param::ParamDef& d, int v) const;
   void WriteNumeric(const param::ParamDef& d, Entry& e, TimeValue t, double v, bool makeKey);
@@ -159,6 +169,7 @@ class ParamBlock {
   ChangeCallback onChange_;
   const ParamAccessor* accessor_ = nullptr;
   int lastChanged_ = -1;
+  bool restoring_ = false;
 };
 
 }  // namespace kv

@@ -113,8 +113,9 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
           if (g.deleteByAge) {
             float age = useCurrentAge ? e.time : global;
             if (r.reverse) age = length - age;
-            // An age of 0 removes every element of the group, even one not started yet.
-            if (g.deleteAge <= 0.0f || age >= ageTicks) e.removed = true;
+            // An age of 0 removes every element of the group, even one not started yet; any
+            // other age, negative ones too, is compared.
+            if (g.deleteAge == 0.0f || age >= ageTicks) e.removed = true;
           }
           if (g.deleteByDistance && !e.removed) distance.push_back({idx, limit});
           break;

@@ -1,6 +1,7 @@
 #include "record/node_writer.h"
 
 #include "cache/writer.h"
+#include "record/deform.h"
 
 namespace kv {
 
@@ -9,33 +10,56 @@ using KelvaneTools::kvCacheWriter;
 
 namespace {
 
-// Scene nodes as the writer's elements. The list grows while the recorder adds
-// nodes; the writer refers to them by index.
+// Scene nodes, or rigid pieces of deforming nodes, as the writer's elements. The list grows
+// while the recorder adds them; the writer refers to them by index.
 class NodeListSource final : public KelvaneTools::ElementSource {
  public:
-  explicit NodeListSource(host::Interface& ip) : ip_(ip) {}
+  NodeListSource(host::Interface& ip, const RecordRange& range) : ip_(ip), range_(range) {}
 
   int Count() const override { return static_cast<int>(nodes_.size()); }
-  std::string Name(int i) const override { return nodes_[static_cast<size_t>(i)]->GetName(); }
+  std::string Name(int i) const override {
+    const DeformPiece* p = pieces_[static_cast<size_t>(i)];
+    return p ? p->name : nodes_[static_cast<size_t>(i)]->GetName();
+  }
   bool CaptureMesh(int i, TimeValue t, bool render, Mesh& out) override {
+    if (const DeformPiece* p = pieces_[static_cast<size_t>(i)]) {
+      out = p->mesh;
+      return out.numVerts() > 0 && out.numFaces() > 0;
+    }
     return nodes_[static_cast<size_t>(i)]->EvalTriMesh(t, render, out);
   }
   host::Mtl* Material(int i) const override { return nodes_[static_cast<size_t>(i)]->GetMtl(); }
   void Sample(TimeValue t, std::span<const int> elements, Matrix3* objectTM,
               float* visibility) override {
+    const int s = static_cast<int>((int64_t{t} - range_.start) / range_.step);
+    // Pieces of one node follow each other: its transform is taken once per step.
+    const host::Node* last = nullptr;
+    Matrix3 tm;
+    float vis = 0;
     for (size_t k = 0; k < elements.size(); ++k) {
-      const host::Node* n = nodes_[static_cast<size_t>(elements[k])];
-      objectTM[k] = n->GetObjectTM(t);
-      visibility[k] = n->GetVisibility(t);
+      const size_t e = static_cast<size_t>(elements[k]);
+      const host::Node* n = nodes_[e];
+      if (n != last) tm = n->GetObjectTM(t), vis = n->GetVisibility(t), last = n;
+      if (const DeformPiece* p = pieces_[e]) {
+        objectTM[k] = p->At(s) * tm;
+        visibility[k] = p->Shown(s) ? vis : 0.0f;
+      } else {
+        objectTM[k] = tm;
+        visibility[k] = vis;
+      }
     }
   }
   int FrameRate() const override { return ip_.GetFrameRate(); }
 
-  std::vector<host::Node*>& Nodes() { return nodes_; }
+  void Push(host::Node* n, const DeformPiece* p) { nodes_.push_back(n), pieces_.push_back(p); }
+  void Pop() { nodes_.pop_back(), pieces_.pop_back(); }
+  int Size() const { return static_cast<int>(nodes_.size()); }
 
  private:
   host::Interface& ip_;
+  RecordRange range_;
   std::vector<host::Node*> nodes_;
+  std::vector<const DeformPiece*> pieces_;  // null for a node recorded as it is
 };
 
 }  // namespace
@@ -43,7 +67,7 @@ class NodeListSource final : public KelvaneTools::ElementSource {
 struct NodeCacheWriter::Impl {
   Impl(host::Interface& ip, const std::string& path, const Matrix3& reference,
        const RecordRange& range)
-      : source(ip),
+      : source(ip, range),
         writer(path, reference, range.start, range.end, range.step, KelvaneTools::kWriterVersion,
                source, &ip) {}
 
@@ -67,10 +91,17 @@ NodeCacheWriter::~NodeCacheWriter() = default;
 
 bool NodeCacheWriter::Add(host::Node* node, TimeValue t) {
   if (!node) return false;
-  std::vector<host::Node*>& nodes = impl_->source.Nodes();
-  nodes.push_back(node);
-  if (impl_->writer.AddElement(static_cast<int>(nodes.size()) - 1, t, true)) return true;
-  nodes.pop_back();  // the writer kept nothing that refers to it
+  impl_->source.Push(node, nullptr);
+  if (impl_->writer.AddElement(impl_->source.Size() - 1, t, true)) return true;
+  impl_->source.Pop();  // the writer kept nothing that refers to it
+  return false;
+}
+
+bool NodeCacheWriter::Add(const DeformPiece& piece) {
+  if (!piece.node) return false;
+  impl_->source.Push(piece.node, &piece);
+  if (impl_->writer.AddElement(impl_->source.Size() - 1, 0, true)) return true;
+  impl_->source.Pop();
   return false;
 }
 

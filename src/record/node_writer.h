@@ -13,6 +13,8 @@
 
 namespace kv {
 
+struct DeformPiece;
+
 class NodeCacheWriter {
  public:
   NodeCacheWriter(host::Interface& ip, const std::string& path, const Matrix3& reference,
@@ -23,6 +25,9 @@ class NodeCacheWriter {
 
   // Captures the node's render mesh at `t`; false (nothing added) when it has none.
   bool Add(host::Node* node, TimeValue t);
+  // A rigid piece of a deforming node: its rest mesh, moved per sample by its transform
+  // and then by the node's. The piece must outlive the writer.
+  bool Add(const DeformPiece& piece);
   int Count() const;
 
   // Writes the file; `lifetimes` is indexed like the added elements. `progress` gets a

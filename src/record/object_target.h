@@ -46,6 +46,8 @@ class RegistryRefresher : public RecordRefresher {
   explicit RegistryRefresher(KelvaneTools::kvCacheRegistry& registry) : registry_(registry) {}
   // When `target` is a CacheObjectTarget its object acquires the file too.
   void FileRewritten(const std::string& path, RecordTarget& target) override;
+  bool ReleaseFile(const std::string& path) override { return registry_.CloseFile(path); }
+  void KeepFile(const std::string& path) override { registry_.ReopenFile(path); }
 
  private:
   KelvaneTools::kvCacheRegistry& registry_;

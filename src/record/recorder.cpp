@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "record/deform.h"
 #include "record/messages.h"
 #include "record/node_writer.h"
 
@@ -135,23 +136,24 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     return res;
   };
 
-  // 4. The deformation pass only walks the elements (with cancel): transforms are all that
-  // this cache format stores.
+  // 4. Deforming meshes become rigid pieces, each one element.
+  DeformScene deform;
   if (target.WriteDeform() && !elements.empty()) {
-    int shown = -1;
-    for (size_t i = 0; i < elements.size(); ++i) {
-      const int pct = static_cast<int>(100 * (i + 1) / elements.size());
-      if (pct == shown) continue;  // one report per percent, not per element
-      shown = pct;
-      if (!progress(txt::AnalyzingScene(), pct)) {
-        deleteTemporaries();
-        target.SetStatus("");
-        res.status = RecordStatus::Cancelled;
-        res.errorCode = 7;
-        res.message = txt::Cancelled();
-        return res;
-      }
+    std::string error;
+    const DeformStatus st = AnalyzeDeformations(
+        elements, range, {target.WriteTopology(), opt.deformTolerance},
+        [&](int pct) { return progress(txt::AnalyzingScene(), pct); }, deform, error);
+    if (st != DeformStatus::Ok) {
+      deleteTemporaries();
+      target.SetStatus("");
+      res.status = st == DeformStatus::Cancelled ? RecordStatus::Cancelled : RecordStatus::Failed;
+      res.errorCode = st == DeformStatus::Cancelled ? 7 : 0;
+      res.message = st == DeformStatus::Cancelled ? txt::Cancelled() : error;
+      if (st == DeformStatus::Failed && !opt.quiet)
+        ip_.MessageBox(error, txt::ErrorTitle(), host::MsgBoxKind::Error);
+      return res;
     }
+    res.deformReport = DeformReportLines(deform, opt.deformTolerance, &res.warnings);
   }
 
   // 5. Output file.
@@ -203,11 +205,22 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     // 9. Capture meshes.
     std::vector<Lifetime> accepted;
     accepted.reserve(elements.size());
-    for (size_t i = 0; i < elements.size(); ++i) {
-      if (writer.Add(elements[i], range.start))
-        accepted.push_back(lifetimes[i]);
-      else
-        ++res.skipped;
+    if (target.WriteDeform()) {
+      // A piece lives over the samples where it is shown, within the recorded lifetime.
+      const Lifetime whole = lifetimes.empty() ? Lifetime{} : lifetimes.front();
+      for (const DeformPiece& p : deform.pieces) {
+        if (p.FirstShown() < 0 || !writer.Add(p)) continue;
+        const auto at = [&](int s) { return TimeValue(range.start + int64_t{s} * range.step); };
+        accepted.push_back(
+            {std::max(whole.first, at(p.FirstShown())), std::min(whole.last, at(p.LastShown()))});
+      }
+    } else {
+      for (size_t i = 0; i < elements.size(); ++i) {
+        if (writer.Add(elements[i], range.start))
+          accepted.push_back(lifetimes[i]);
+        else
+          ++res.skipped;
+      }
     }
     // 11. Write beside the target; Escape cancels.
     ip_.ProgressStart(txt::Saving());
@@ -217,9 +230,10 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     code = ok ? 0 : writer.ErrorCode();
     message = ok ? std::string() : writer.ErrorMessage();
     if (ok) {
-      std::error_code ec;
-      fs::rename(temp, path, ec);
-      if (ec) {
+      // Readers let go of the old file for the replace; if it fails they keep it, unchanged.
+      const bool released = refresher_ && refresher_->ReleaseFile(path);
+      if (!ip_.ReplaceFile(temp, path)) {
+        if (released) refresher_->KeepFile(path);
         ok = false;
         code = 4;
         message = txt::UnknownFileError();
@@ -245,9 +259,10 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
   }
   res.elements = writer.Count();
 
-  // 10, 15. The old library is replaced only now that the new cache is in place.
+  // 10, 15. The old library is replaced only now that the new cache is in place, and the
+  // same way: the new one is written beside it and put in its place.
   const std::string matPath = MaterialLibraryPath(path);
-  RemoveQuietly(matPath);
+  bool libraryReplaced = false;
   if (host::Mtl* mtl = writer.CombinedMaterial()) {
     // Named after the final file, not the temporary one the writer saw.
     const std::string stem = fs::path(path).stem().string();
@@ -255,9 +270,14 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     if (target.SaveMaterial()) {
       std::unique_ptr<host::MtlLib> lib = ip_.NewMtlLib();
       lib->Add(mtl);
-      ip_.SaveMaterialLibrary(matPath, *lib);
+      const std::string matTemp = TemporaryPathFor(matPath);
+      libraryReplaced = ip_.SaveMaterialLibrary(matTemp, *lib) && ip_.ReplaceFile(matTemp, matPath);
+      if (!libraryReplaced) RemoveQuietly(matTemp);
     }
   }
+  // A library left from the previous recording would describe materials the new cache does
+  // not use.
+  if (!libraryReplaced) RemoveQuietly(matPath);
 
   // 16-17. Everything that plays this file sees the new content.
   if (refresher_) refresher_->FileRewritten(path, target);
@@ -272,6 +292,9 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     target.EmptyNodeList();
     h.Accept(txt::EmptyNodeList());
   }
+  // The analysis report goes to the listener: a warning must not stop a batch of recordings.
+  for (const std::string& line : res.deformReport) ip_.ListenerPrint(line + "\n");
+  for (const std::string& line : res.warnings) ip_.ListenerPrint("Warning: " + line + "\n");
   res.status = RecordStatus::Recorded;
   return res;
 }

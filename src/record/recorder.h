@@ -2,8 +2,11 @@
 // .kvc file, then points every object that plays that file at the new content.
 //
 // Recording never destroys data: the file is written beside its target under a temporary name
-// and renamed over the target only when the whole write succeeded, so a failed or cancelled
-// recording leaves the cache that was there before untouched.
+// and put in the target's place (host::Interface::ReplaceFile) only when the whole write
+// succeeded, so a failed or cancelled recording leaves the cache that was there before
+// untouched. Readers of the target let go of their handles for the replace and take the new
+// file afterwards. The material library beside the cache is replaced the same way, and only
+// once the new cache is in place.
 #pragma once
 
 #include <cstdint>
@@ -132,6 +135,15 @@ class RecordRefresher {
   // The file at `path` has new content: every reader of it reopens and every object that plays
   // it invalidates its evaluation and notifies its dependents; `target` acquires it again.
   virtual void FileRewritten(const std::string& path, RecordTarget& target) = 0;
+  // Before the file at `path` is replaced: every reader of it lets go of its file handle, as
+  // a system that locks open files requires. True when a handle was let go.
+  virtual bool ReleaseFile(const std::string& path) {
+    (void)path;
+    return false;
+  }
+  // The replace failed after ReleaseFile answered true: the readers take their handles back
+  // and stay as they were.
+  virtual void KeepFile(const std::string& path) { (void)path; }
 };
 
 enum class RecordStatus {
@@ -150,6 +162,11 @@ struct RecordResult {
   int elements = 0;     // elements written
   int skipped = 0;      // nodes whose mesh could not be captured
   int samples = 0;
+  // With Record Deformations: one line per analysed node (pieces, largest distance from a
+  // rigid fit), and a warning for each node that does not move rigidly within the tolerance.
+  // Warnings never fail the recording.
+  std::vector<std::string> deformReport;
+  std::vector<std::string> warnings;
   bool ok() const { return status == RecordStatus::Recorded; }
 };
 
@@ -169,6 +186,9 @@ struct RecordOptions {
   std::string fileName;
   // Extra progress sink (status text, percent); answering false cancels like Escape.
   std::function<bool(const std::string& status, int percent)> progress;
+  // Record Deformations: vertices this close (scene units) join pieces, and a piece farther
+  // than this from its rigid fit is warned about and kept exact at its samples.
+  float deformTolerance = 0.001f;
 };
 
 class Recorder {

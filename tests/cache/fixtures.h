@@ -8,7 +8,7 @@ namespace kvtest {
 // Two elements, two samples:
 //  0 "Cube": 3 vertices, 1 face (matId 4, smoothing 5, edge byte 0x0F, selected), explicit
 //    normals (0,0,1) when the version has them; map channels 1 (3 vertices) and 3 (1 vertex).
-//  1 "Würfel": its 6 characters store 6 bytes of UTF-8, cut inside the "l"; 3 vertices,
+//  1 "Würfel": its 6 characters stored as 6 bytes of Windows-1252; 3 vertices,
 //    1 face (matId 2, smoothing 1, edges 3, reversed corners), channel 3 only (3 vertices).
 //  Sample 0: element 0 at the origin, element 1 at x = 10 and invisible.
 //  Sample 1: element 0 at x = 2, element 1 at x = 20 and visible.
@@ -29,9 +29,7 @@ inline Bytes TwoElementCache(uint8_t version) {
   f.i32(4).str("Cube").f32(0).f32(0).f32(0).f32(1).f32(1).f32(0);
   f.i32(3).i32(1).i32(2).i32(1).i32(3).i32(3).i32(1);
   if (v2) f.u8(1);
-  f.i32(6).str(std::string("W\xC3\xBC"
-                           "rfel")
-                   .substr(0, 6));
+  f.i32(6).str("W\xFCrfel");
   f.f32(5).f32(5).f32(5).f32(6).f32(6).f32(5);
   f.i32(3).i32(1).i32(1).i32(3).i32(3);
   if (v2) f.u8(0);

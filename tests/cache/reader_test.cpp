@@ -26,7 +26,7 @@ void ExpectTwoElementIndex(const kvCacheReader& r, bool normals) {
   const CacheElement& a = r.Element(0);
   const CacheElement& b = r.Element(1);
   EXPECT_EQ(a.name, "Cube");
-  EXPECT_EQ(b.name, "W\xC3\xBCrfe");  // cut at 6 bytes, the partial "l" is not there to trim
+  EXPECT_EQ(b.name, "W\xC3\xBCrfel");  // from the code page to UTF-8, whole
   EXPECT_EQ(b.bounds.pmin, (kv::Point3{5, 5, 5}));
   EXPECT_EQ(b.bounds.pmax, (kv::Point3{6, 6, 5}));
   EXPECT_EQ(a.hasNormals, normals);

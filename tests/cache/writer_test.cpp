@@ -116,7 +116,7 @@ TEST(CacheWriter, WritesTheExactLayout) {
 
 TEST(CacheWriter, ReaderGetsBackWhatWasWritten) {
   TestSource src;
-  // Two characters beyond the basic plane count four wide characters: four bytes, one of them.
+  // Names go through Windows-1252: one byte per character, '?' for what it lacks.
   src.names = {"Kiste", "Würfel", "\xF0\x9F\x98\x80\xF0\x9F\x98\x81"};
   src.meshes = {Triangle(0, 0), Triangle(5, 2), Triangle(9, 1)};
   AddChannel(src.meshes[0], 1, {{0.5f, 0.5f, 0}, {1, 0, 0}, {0, 1, 0}});
@@ -136,8 +136,18 @@ TEST(CacheWriter, ReaderGetsBackWhatWasWritten) {
   ASSERT_EQ(r.NumElements(), 3);
   EXPECT_EQ(r.NumSamples(), 4);
   EXPECT_EQ(r.FrameRate(), 25);
-  EXPECT_EQ(r.Element(1).name, "W\xC3\xBCrfe");  // 6 characters, 6 bytes kept
-  EXPECT_EQ(r.Element(2).name, "\xF0\x9F\x98\x80");
+  EXPECT_EQ(r.Element(1).name, "Würfel");
+  EXPECT_EQ(r.Element(2).name, "??");
+  // The records as stored: the length, then the code page bytes. Each record is its name plus
+  // 4 + 24 + 12 + 2 x 8 (channels 1 and 3) + 1 bytes.
+  const std::vector<uint8_t> bytes = file.Read();
+  const auto at = [&](size_t offset, const std::vector<uint8_t>& want) {
+    return bytes.size() >= offset + want.size() &&
+           std::equal(want.begin(), want.end(), bytes.begin() + long(offset));
+  };
+  EXPECT_TRUE(at(256, {5, 0, 0, 0, 'K', 'i', 's', 't', 'e'}));
+  EXPECT_TRUE(at(256 + 62, {6, 0, 0, 0, 'W', 0xFC, 'r', 'f', 'e', 'l'}));
+  EXPECT_TRUE(at(256 + 62 + 63, {2, 0, 0, 0, '?', '?'}));
   EXPECT_EQ(r.Element(2).numVerts, 3);
   EXPECT_TRUE(r.Element(1).hasNormals);
   EXPECT_FALSE(r.Element(0).hasNormals);

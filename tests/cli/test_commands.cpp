@@ -178,6 +178,34 @@ TEST_F(Commands, RecordInfoAndPlayASmallScene) {
   EXPECT_EQ(ObjVertices(P("d.obj")).size(), 9u);  // the hidden element is kept
 }
 
+// Element names go into the file in Windows-1252, one byte per character, and come back whole;
+// a character the code page lacks is stored as '?'.
+TEST_F(Commands, LatinNamesSurviveRecordingWhole) {
+  WriteSmallScene(dir_);
+  std::string gltf = ReadFile(P("small.gltf"));
+  for (const auto& [from, to] : {std::pair<std::string, std::string>{"\"Parent\"", "\"Wände\""},
+                                 {"\"Child\"", "\"Größe\""},
+                                 {"\"Hidden\"", "\"日本\""}}) {
+    ASSERT_NE(gltf.find(from), std::string::npos);
+    gltf.replace(gltf.find(from), from.size(), to);
+  }
+  WriteFile(P("latin.gltf"), gltf);
+  Outcome o = Call({"record", P("latin.gltf"), "-o", P("latin.kvc")});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  o = Call({"info", P("latin.kvc"), "--elements"});
+  ASSERT_EQ(o.code, kExitOk) << o.err;
+  std::vector<std::string> names = ElementNames(o.out);
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{"??", "Größe", "Wände"})) << o.out;
+  const std::string bytes = ReadFile(P("latin.kvc"));
+  EXPECT_NE(bytes.find(std::string("\x05\0\0\0W\xE4nde", 9)), std::string::npos);
+  EXPECT_NE(bytes.find(std::string("\x05\0\0\0Gr\xF6\xDF"
+                                   "e",
+                                   9)),
+            std::string::npos);
+  EXPECT_NE(bytes.find(std::string("\x02\0\0\0??", 6)), std::string::npos);
+}
+
 TEST_F(Commands, RecordingFailuresSayWhyAndKeepThePreviousCache) {
   WriteSmallScene(dir_);
   ASSERT_EQ(Call({"record", P("small.gltf"), "-o", P("keep.kvc")}).code, kExitOk);
@@ -240,8 +268,7 @@ TEST_F(Commands, NonFiniteNumbersAndBackwardRangesAreRefused) {
   EXPECT_NE(o.err.find("--start 10 is after --end 5"), std::string::npos) << o.err;
   o = Call({"record", P("small.gltf"), "-o", P("r.kvc"), "--start", "40"});
   EXPECT_EQ(o.code, kExitUsage) << o.err;
-  EXPECT_NE(o.err.find("--start 40 is after the scene's end frame 30"), std::string::npos)
-      << o.err;
+  EXPECT_NE(o.err.find("--start 40 is after the scene's end frame 30"), std::string::npos) << o.err;
   EXPECT_FALSE(fs::exists(P("r.kvc")));
   // One frame is still a range.
   o = Call({"record", P("small.gltf"), "-o", P("r.kvc"), "--start", "5", "--end", "5"});

@@ -145,11 +145,11 @@ ElementGroupList TwoGroups() {
 }
 
 TEST(GroupStorage, BytesMatchTheStoredFormAndLoadBack) {
+  test::FakeInterface ip;
   test::MemSave s;
-  ASSERT_TRUE(TwoGroups().save(s));
+  ASSERT_TRUE(TwoGroups().save(s, ip));
   EXPECT_EQ(s.bytes, TwoGroupsBytes());
 
-  test::FakeInterface ip;
   ElementGroupList l;
   l.addNamed("old");
   test::MemLoad in(TwoGroupsBytes());
@@ -181,17 +181,67 @@ TEST(GroupStorage, BytesMatchTheStoredFormAndLoadBack) {
   EXPECT_EQ(l.count(), 0);
 }
 
-TEST(GroupStorage, MultibyteNamesAreCutToTheirCharacterCount) {
-  ElementGroupList l;
-  l.addNamed("Größe");  // 5 characters, 7 bytes
-  test::MemSave s;
-  ASSERT_TRUE(l.save(s));
-  EXPECT_EQ(s.bytes[4 + 4], 5);
-  EXPECT_EQ(std::string(s.bytes.begin() + 12, s.bytes.begin() + 17), "Gr\xC3\xB6\xC3");
+// One group record with only its name set, as written for a name of `bytes`.
+Bytes NamedRecord(const std::string& bytes) {
+  Bytes b;
+  U32(b, 5);
+  U32(b, static_cast<uint32_t>(bytes.size()));
+  b.insert(b.end(), bytes.begin(), bytes.end());
+  U32(b, 0);  // no elements
+  U32(b, 1);  // hold in
+  b.push_back(1);
+  U32(b, 0), U32(b, 0);
+  b.push_back(1);
+  U32(b, 0), U32(b, 0);
+  return b;
+}
+
+TEST(GroupStorage, NamesGoThroughTheCodePageWhole) {
   test::FakeInterface ip;
+  ElementGroupList l;
+  for (const char* name : {"Größe", "é", "éa", "Wände", "€ 5", "日本"})
+    ASSERT_TRUE(l.addNamed(name));
+  test::MemSave s;
+  ASSERT_TRUE(l.save(s, ip));
+
+  // One byte per character in Windows-1252; a character it lacks is '?'.
+  Bytes want;
+  U32(want, 6);
+  for (const char* bytes : {"Gr\xF6\xDF"
+                            "e",
+                            "\xE9",
+                            "\xE9"
+                            "a",
+                            "W\xE4nde", "\x80 5", "??"}) {
+    const Bytes r = NamedRecord(bytes);
+    want.insert(want.end(), r.begin(), r.end());
+  }
+  EXPECT_EQ(s.bytes, want);
+
   test::MemLoad in(s.bytes);
   ASSERT_EQ(l.load(in, ip), host::IOResult::Ok);
-  EXPECT_EQ(l.at(0).name(), "Grö");  // the half character is dropped, the text stays valid
+  std::vector<std::string> names;
+  for (int32_t i = 0; i < l.count(); ++i) names.push_back(l.at(i).name());
+  EXPECT_EQ(names, (std::vector<std::string>{"Größe", "é", "éa", "Wände", "€ 5", "??"}));
+  EXPECT_EQ(l.at(0).key(), "Gre");
+}
+
+TEST(GroupStorage, EmptyOrTakenNamesAreMadeUniqueOnLoad) {
+  // Two names the code page turns into the same text, an empty name, and a name taken by an
+  // earlier record: every loaded group still has its own non-empty name.
+  Bytes b;
+  U32(b, 5);
+  for (const char* bytes : {"??", "??", "", "Group001", "Group001"}) {
+    const Bytes r = NamedRecord(bytes);
+    b.insert(b.end(), r.begin(), r.end());
+  }
+  test::FakeInterface ip;
+  ElementGroupList l;
+  test::MemLoad in(b);
+  ASSERT_EQ(l.load(in, ip), host::IOResult::Ok);
+  std::vector<std::string> names;
+  for (int32_t i = 0; i < l.count(); ++i) names.push_back(l.at(i).name());
+  EXPECT_EQ(names, (std::vector<std::string>{"??", "??001", "Group001", "Group002", "Group003"}));
 }
 
 TEST(GroupStorage, OldRecordsAndShortStreamsLeaveTheListEmpty) {
@@ -235,7 +285,7 @@ TEST(GroupStorage, OldRecordsAndShortStreamsLeaveTheListEmpty) {
 
   test::MemSave failing;
   failing.failAfter = 20;
-  EXPECT_FALSE(TwoGroups().save(failing));
+  EXPECT_FALSE(TwoGroups().save(failing, ip));
 }
 
 }  // namespace

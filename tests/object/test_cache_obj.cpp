@@ -220,6 +220,33 @@ TEST_F(CacheObjTest, PlaysElementsAtTheirSampledPositions) {
   EXPECT_EQ(o->GetMesh().numFaces(), 3);
 }
 
+// The speed counts as animated once it has a controller: with its keys all deleted it still
+// integrates, and playFPS still does not apply.
+TEST_F(CacheObjTest, SpeedWithAControllerIntegratesEvenWithoutKeys) {
+  auto o = Make(Standard());
+  ParamBlock& pb = o->Params();
+  EXPECT_FALSE(pb.IsControlled(P::kPlaySpeed));
+  pb.SetInt(P::kPlayFPS, 0, 15);  // half the scene rate: a constant speed runs twice as fast
+  o->BuildMesh(160);
+  EXPECT_FLOAT_EQ(X(*o, 0), 20.0f);  // sample 2
+
+  scene.SetAnimateMode(true);
+  pb.SetFloat(P::kPlaySpeed, 0, 1.0f);
+  pb.SetFloat(P::kPlaySpeed, 4800, 1.0f);
+  scene.SetAnimateMode(false);
+  o->BuildMesh(160);
+  EXPECT_FLOAT_EQ(X(*o, 0), 10.0f);  // integrated, without the frame-rate ratio
+
+  host::Control* c = pb.GetController(P::kPlaySpeed);
+  ASSERT_NE(c, nullptr);
+  while (c->NumKeys() > 0) c->DeleteKey(0);
+  o->Invalidate();
+  o->BuildMesh(160);
+  EXPECT_FLOAT_EQ(pb.GetFloat(P::kPlaySpeed, 160), 1.0f);
+  EXPECT_TRUE(pb.IsControlled(P::kPlaySpeed));
+  EXPECT_FLOAT_EQ(X(*o, 0), 10.0f);
+}
+
 TEST_F(CacheObjTest, MissingOrEmptyFileGivesAnEmptyMeshQuietly) {
   auto o = Make(dir + "/absent.kvc");
   o->BuildMesh(160);
@@ -297,25 +324,120 @@ TEST_F(CacheObjTest, EachParameterInvalidatesWhatItAffects) {
   pb.SetInt(P::kPlayOutORT, 0, 2);
   EXPECT_FALSE(o->Playback().triggerRecompute);
 
-  // Range pairs: a crossing pushes the other end, which comes home as the drag returns.
-  pb.SetInt(P::kRecStart, 0, 10);
-  pb.SetInt(P::kRecEnd, 0, 20);
-  pb.SetInt(P::kRecEnd, 0, 5);
-  EXPECT_EQ(pb.GetInt(P::kRecStart), 5);
-  pb.SetInt(P::kRecEnd, 0, 8);
-  EXPECT_EQ(pb.GetInt(P::kRecStart), 8);
-  pb.SetInt(P::kRecEnd, 0, 30);
-  EXPECT_EQ(pb.GetInt(P::kRecStart), 10);
-  pb.SetInt(P::kExplodeEnd, 0, 50);
-  pb.SetInt(P::kExplodeStart, 0, 60);
-  EXPECT_EQ(pb.GetInt(P::kExplodeEnd), 60);
-
   // A new file: the selection goes, the old entry is released, everything recomputes.
   o->SelectSubComponent(std::vector<uint32_t>{1}, true, true);
   pb.SetString(P::kFileName, dir + "/other.kvc");
   EXPECT_TRUE(o->Selection().empty());
   EXPECT_EQ(registry.EntryCount(), 0);
   EXPECT_TRUE(o->Playback().triggerRecompute);
+}
+
+// Range pairs: an end set past the other pushes it along. Undo and redo put back exactly the
+// values of each step, with no push running while they do, for every pair and direction.
+TEST_F(CacheObjTest, RangePairsPushAndUndoRedoExactly) {
+  auto o = Make();
+  ParamBlock& pb = o->Params();
+  struct Case {
+    int start, end;  // the pair
+    int from, to;    // its values before the step
+    int moved, v;    // the end set, and to what
+  };
+  const Case cases[] = {
+      {P::kRecStart, P::kRecEnd, 10, 20, P::kRecEnd, 5},
+      {P::kRecStart, P::kRecEnd, 10, 20, P::kRecStart, 25},
+      {P::kExplodeStart, P::kExplodeEnd, 0, 10, P::kExplodeStart, 30},
+      {P::kExplodeStart, P::kExplodeEnd, 20, 40, P::kExplodeEnd, 15},
+  };
+  const auto pair = [&](const Case& c) { return std::pair{pb.GetInt(c.start), pb.GetInt(c.end)}; };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.moved);
+    pb.SetInt(c.start, 0, c.from);  // no hold open: no undo step
+    pb.SetInt(c.end, 0, c.to);
+    ASSERT_EQ(pair(c), std::pair(c.from, c.to));
+    {
+      host::ScopedHold h(scene.GetHold());
+      pb.SetInt(c.moved, 0, c.v);
+      h.Accept("Parameter Change");
+    }
+    EXPECT_EQ(pair(c), std::pair(c.v, c.v));
+    ASSERT_TRUE(scene.Undo());
+    EXPECT_EQ(pair(c), std::pair(c.from, c.to));
+    ASSERT_TRUE(scene.Redo());
+    EXPECT_EQ(pair(c), std::pair(c.v, c.v));
+    ASSERT_TRUE(scene.Undo());
+    EXPECT_EQ(pair(c), std::pair(c.from, c.to));
+  }
+
+  // A drag in one hold that pushes, then brings the pushed end part of the way home.
+  pb.SetInt(P::kRecStart, 0, 10);
+  pb.SetInt(P::kRecEnd, 0, 20);
+  o->SetRangeDrag(P::kRecStart, 20);
+  {
+    host::ScopedHold h(scene.GetHold());
+    pb.SetInt(P::kRecStart, 0, 30);
+    pb.SetInt(P::kRecStart, 0, 25);
+    h.Accept("Parameter Change");
+  }
+  o->ClearRangeDrag();
+  EXPECT_EQ(pb.GetInt(P::kRecStart), 25);
+  EXPECT_EQ(pb.GetInt(P::kRecEnd), 25);
+  ASSERT_TRUE(scene.Undo());
+  EXPECT_EQ(pb.GetInt(P::kRecStart), 10);
+  EXPECT_EQ(pb.GetInt(P::kRecEnd), 20);
+  ASSERT_TRUE(scene.Redo());
+  EXPECT_EQ(pb.GetInt(P::kRecStart), 25);
+  EXPECT_EQ(pb.GetInt(P::kRecEnd), 25);
+}
+
+// A pushed end goes back only while the spinner of the end that pushed it is dragged back; a
+// typed or scripted value leaves it where it was pushed.
+TEST_F(CacheObjTest, APushedEndComesHomeOnlyWithTheSpinnerDrag) {
+  auto o = Make();
+  ParamBlock& pb = o->Params();
+  pb.SetInt(P::kRecStart, 0, 10);
+  pb.SetInt(P::kRecEnd, 0, 20);
+
+  // Without a drag: pushed, and it stays pushed.
+  pb.SetInt(P::kRecEnd, 0, 5);
+  EXPECT_EQ(pb.GetInt(P::kRecStart), 5);
+  pb.SetInt(P::kRecEnd, 0, 30);
+  EXPECT_EQ(pb.GetInt(P::kRecStart), 5);
+
+  // The end spinner dragged below the start and back: the start follows it home, no further.
+  pb.SetInt(P::kRecStart, 0, 10);
+  o->SetRangeDrag(P::kRecEnd, 10);
+  pb.SetInt(P::kRecEnd, 0, 4);
+  EXPECT_EQ(pb.GetInt(P::kRecStart), 4);
+  pb.SetInt(P::kRecEnd, 0, 7);
+  EXPECT_EQ(pb.GetInt(P::kRecStart), 7);
+  pb.SetInt(P::kRecEnd, 0, 40);
+  EXPECT_EQ(pb.GetInt(P::kRecStart), 10);
+  // Writing the other end during the drag does not count as the drag.
+  pb.SetInt(P::kRecEnd, 0, 3);
+  pb.SetInt(P::kRecStart, 0, 2);
+  EXPECT_EQ(pb.GetInt(P::kRecEnd), 3);
+
+  // Any other command ends the drag: what is typed next brings nothing back.
+  o->ClearRangeDrag();
+  EXPECT_EQ(o->RangeDragId(), -1);
+  pb.SetInt(P::kRecEnd, 0, 1);
+  EXPECT_EQ(pb.GetInt(P::kRecStart), 1);
+  pb.SetInt(P::kRecEnd, 0, 40);
+  EXPECT_EQ(pb.GetInt(P::kRecStart), 1);
+
+  // The explode pair the same way, from the start's side.
+  pb.SetInt(P::kExplodeStart, 0, 0);
+  pb.SetInt(P::kExplodeEnd, 0, 40);
+  o->SetRangeDrag(P::kExplodeStart, 40);
+  pb.SetInt(P::kExplodeStart, 0, 50);
+  EXPECT_EQ(pb.GetInt(P::kExplodeEnd), 50);
+  pb.SetInt(P::kExplodeStart, 0, 45);
+  EXPECT_EQ(pb.GetInt(P::kExplodeEnd), 45);
+  pb.SetInt(P::kExplodeStart, 0, 0);
+  EXPECT_EQ(pb.GetInt(P::kExplodeEnd), 40);
+  // A drag mark on a parameter outside the pairs is no drag at all.
+  o->SetRangeDrag(P::kPlayStart, 3);
+  EXPECT_EQ(o->RangeDragId(), -1);
 }
 
 // Every parameter id against the change rules: which ids rescan triggers (and under which
@@ -464,6 +586,8 @@ TEST_F(CacheObjTest, SavedChunksMatchHandBuiltBytesAndRoundTrip) {
 
   MemSave save;
   ASSERT_TRUE(o->Save(save));
+  // Saving trims the object's own groups, not only what it writes.
+  EXPECT_EQ(o->Groups().at(0).elements(), (std::vector<int32_t>{1, 2}));
   std::string sel;
   Put32(sel, 3), Put32(sel, 0b101);
   EXPECT_EQ(save.Chunk(kvCache_obj::kChunkSelection), sel);

@@ -226,6 +226,17 @@ TEST(ElementTimes, DeleteByAgeDistanceAndTriggerSwitch) {
   p.start = 100;
   s.Run(0, p, Cache(100), false, std::span(&del, 1));
   for (const auto& e : s.el) EXPECT_TRUE(e.removed);
+  // Only 0 is special: a negative age is compared like any other. At time -1600 an element is
+  // younger than -2 frames (-320 ticks) and stays; at -100 it is older and goes.
+  del.deleteAge = -2.0f;
+  p.start = 10;
+  s.Run(0, p, Cache(100), false, std::span(&del, 1));
+  for (const auto& e : s.el) {
+    EXPECT_FLOAT_EQ(e.time, -1600.0f);
+    EXPECT_FALSE(e.removed);
+  }
+  s.Run(1500, p, Cache(100), false, std::span(&del, 1));
+  for (const auto& e : s.el) EXPECT_TRUE(e.removed);
 
   // Distance: queued with the squared limit unless removed already; a removed element is
   // skipped by later groups too.

@@ -1,7 +1,12 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
 
 #include "cache/reader.h"
 #include "cache/registry.h"
@@ -9,6 +14,7 @@
 #include "object/cache_obj.h"
 #include "object/params.h"
 #include "record/object_target.h"
+#include "record/recorder.h"
 
 namespace kv {
 namespace {
@@ -127,6 +133,78 @@ TEST_F(ObjectRecord, RecordingOverAPlayedFileRefreshesEveryObjectPlayingIt) {
   other->GetTriMesh(0, false, m);
   EXPECT_EQ(m.numVerts(), 6);
   first->GetTriMesh(0, false, m);
+  EXPECT_EQ(m.numVerts(), 6);
+}
+
+std::string ReadAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// On a system that refuses to replace a file a handle holds open, as Windows does, recording
+// over a cache that an object streams still succeeds: its reader lets go for the replace and
+// reads the new file afterwards. When the replace fails all the same, the previous cache, its
+// material library and the reader stay as they were.
+TEST_F(ObjectRecord, ReplacingAnOpenCacheReleasesItsReadersAndKeepsAllOnFailure) {
+  scene_->SetOpenFileLocking(true);
+  kvCache_obj* first = NewCacheObject("First");
+  ParamBlock& pb = first->Params();
+  SceneNode* a = Tri("A", {0, 0, 0});
+  a->SetMtl(scene_->NewStdMtl("Red", {1, 0, 0}));
+  pb.Append(P::kNodes, a);
+  pb.SetInt(P::kRecEnd, 0, 10);
+  pb.SetInt(P::kRecClearNodeList, 0, 0);
+  pb.SetString(P::kFileName, P("shared.kvc"));
+  RegistryRefresher refresher(*registry_);
+  Recorder recorder(*scene_, &refresher);
+  ASSERT_TRUE(RecordCacheObject(recorder, *first, RecordOptions{true, "", {}}).ok());
+  const std::string path = pb.GetString(P::kFileName);
+  const std::string lib = MaterialLibraryPath(path);
+
+  // Another object streams the file: the shared reader keeps its handle open.
+  kvCache_obj* other = NewCacheObject("Other");
+  other->Params().SetInt(P::kLoadTypeLocal, 0, static_cast<int>(KelvaneTools::LoadType::Stream));
+  other->Params().SetString(P::kFileName, path);
+  Mesh m;
+  other->GetTriMesh(0, false, m);
+  ASSERT_EQ(m.numVerts(), 3);
+  KelvaneTools::kvCacheReader* reader = registry_->Reader(path);
+  ASSERT_NE(reader, nullptr);
+  ASSERT_TRUE(reader->IsOpen());
+
+  SceneNode* b = Tri("B", {0, 5, 0});
+  b->SetMtl(scene_->NewStdMtl("Blue", {0, 0, 1}));
+  pb.Append(P::kNodes, b);
+  const RecordResult r = RecordCacheObject(recorder, *first, RecordOptions{true, "", {}});
+  ASSERT_TRUE(r.ok()) << r.message;
+  EXPECT_EQ(scene_->ReplacesRefused(), 0);
+  other->GetTriMesh(160, false, m);
+  EXPECT_EQ(m.numVerts(), 6);
+  ASSERT_TRUE(reader->IsOpen());
+  const std::string cacheBefore = ReadAll(path);
+  const std::string libBefore = ReadAll(lib);
+  ASSERT_NE(libBefore.find("Blue"), std::string::npos);
+
+  // A handle outside the registry (another program, say) makes the replace fail.
+  pb.Append(P::kNodes, Tri("C", {0, 9, 0}));
+  {
+    std::ifstream held(path, std::ios::binary);
+    const RecordResult f = RecordCacheObject(recorder, *first, RecordOptions{true, "", {}});
+    EXPECT_EQ(f.status, RecordStatus::Failed);
+    EXPECT_EQ(f.errorCode, 4);
+    EXPECT_EQ(f.message, "Unknown file error.");
+  }
+  EXPECT_EQ(scene_->ReplacesRefused(), 1);
+  EXPECT_EQ(ReadAll(path), cacheBefore);
+  EXPECT_EQ(ReadAll(lib), libBefore);
+  std::vector<std::string> files;
+  for (const auto& e : fs::directory_iterator(dir_)) files.push_back(e.path().filename());
+  std::sort(files.begin(), files.end());
+  EXPECT_EQ(files, (std::vector<std::string>{"shared.kvc", "shared.mat"}));
+  EXPECT_EQ(registry_->Reader(path), reader);
+  EXPECT_TRUE(reader->IsOpen());
+  EXPECT_EQ(reader->NumElements(), 2);
+  other->GetTriMesh(320, false, m);
   EXPECT_EQ(m.numVerts(), 6);
 }
 

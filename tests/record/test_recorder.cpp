@@ -359,14 +359,15 @@ TEST_F(RecorderTest, EscapeDuringTheSceneAnalysisCancelsBeforeAnythingIsWritten)
   EXPECT_TRUE(fs::is_empty(dir_));
   EXPECT_EQ(target.Status(), "");
 
-  // Without Escape the analysis reports its progress and the recording goes on.
+  // Without Escape the analysis reports its progress, once per sample, and the recording goes
+  // on.
   std::vector<std::string> statuses;
   RecordOptions o;
   o.progress = [&](const std::string& st, int) { return statuses.push_back(st), true; };
   SettingsRecordTarget again(scene_, s);
   ASSERT_TRUE(Recorder(scene_, nullptr).Record(again, o).ok());
-  EXPECT_EQ(statuses.front(), "Analyzing scene (50 %) ...");
-  EXPECT_EQ(statuses[1], "Analyzing scene (100 %) ...");
+  EXPECT_EQ(statuses.front(), "Analyzing scene (33 %) ...");
+  EXPECT_EQ(statuses[2], "Analyzing scene (100 %) ...");
   EXPECT_EQ(statuses.back().rfind("Writing Cache (", 0), 0u) << statuses.back();
 }
 

@@ -589,4 +589,31 @@ void* Scene::FindExport(void* library, const std::string& symbol) {
   return library ? dlsym(library, symbol.c_str()) : nullptr;
 }
 
+namespace {
+
+// Whether a descriptor of this process refers to `path` (through /proc/self/fd).
+bool HeldOpen(const fs::path& path) {
+  std::error_code ec;
+  const fs::path want = fs::weakly_canonical(path, ec);
+  if (ec) return false;
+  for (const auto& fd : fs::directory_iterator("/proc/self/fd", ec)) {
+    std::error_code lc;
+    const fs::path target = fs::read_symlink(fd.path(), lc);
+    if (!lc && target == want) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool Scene::ReplaceFile(const std::string& from, const std::string& to) {
+  if (lockOpenFiles_ && (HeldOpen(fs::u8path(from)) || HeldOpen(fs::u8path(to)))) {
+    ++replacesRefused_;
+    return false;
+  }
+  std::error_code ec;
+  fs::rename(fs::u8path(from), fs::u8path(to), ec);
+  return !ec;
+}
+
 }  // namespace kv::standalone

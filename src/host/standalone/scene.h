@@ -170,8 +170,13 @@ class Scene final : public host::Interface {
   // `name` (".so" added when it has no extension) under the plugins folder.
   void* LoadPluginLibrary(const std::string& name) override;
   void* FindExport(void* library, const std::string& symbol) override;
+  // A rename over `to`. With open-file locking on it refuses, as Windows does, when this
+  // process holds a handle to either file; Linux itself would allow it.
+  bool ReplaceFile(const std::string& from, const std::string& to) override;
 
   // ---- settings tests and the tool change
+  void SetOpenFileLocking(bool on) { lockOpenFiles_ = on; }
+  int ReplacesRefused() const { return replacesRefused_; }
   void SetFrameRate(int fps) { fps_ = fps > 0 ? fps : 30; }
   void SetAnimRange(const Interval& r) { range_ = r; }
   void SetRendering(bool on) { rendering_ = on; }
@@ -262,6 +267,8 @@ class Scene final : public host::Interface {
   bool listenerStdout_ = false;
   std::string assetDir_, pluginsDir_;
   std::vector<void*> libraries_;
+  bool lockOpenFiles_ = false;
+  int replacesRefused_ = 0;
 };
 
 }  // namespace kv::standalone

@@ -1,0 +1,123 @@
+#include "host/max/cache_object.h"
+
+#include <map>
+#include <new>
+
+#include "cache/registry.h"
+#include "host/max/max_host.h"
+#include "host/max/mesh_convert.h"
+#include "host/max/save_load.h"
+#include "object/cache_obj.h"
+#include "object/params.h"
+
+namespace kv::max {
+
+namespace {
+
+// Core object -> its binding object, for the host calls that name a core object.
+std::map<const host::Object*, MaxCacheObject*>& Owners() {
+  static std::map<const host::Object*, MaxCacheObject*> owners;
+  return owners;
+}
+
+// One creation callback for every creation drag; it points at the object being created.
+class CreateCallBack final : public CreateMouseCallBack {
+ public:
+  void SetObject(MaxCacheObject* obj) { logic_.SetTarget(obj); }
+  int proc(ViewExp* vpt, int msg, int point, int flags, IPoint2 m, ::Matrix3& mat) override {
+    (void)flags;
+    kv::Point3 snapped;
+    if ((msg == MOUSE_POINT || msg == MOUSE_MOVE) && (point == 0 || point == 1)) {
+      snapped = ToKv(vpt->SnapPoint(m, m, nullptr));
+    }
+    kv::Matrix3 tm = ToKv(mat);
+    const int result = logic_.Proc(msg, point, snapped, tm);
+    mat.SetTrans(ToMax(tm.GetTrans()));
+    return result;
+  }
+
+ private:
+  registration::CreationCallback logic_;
+};
+
+}  // namespace
+
+MaxCacheObject* MaxCacheObject::Make(bool loading) {
+  std::unique_ptr<kvCache_obj> core =
+      registration::CreateObject(TheHost(), SharedRegistry(), loading);
+  if (!core) return nullptr;
+  return new (std::nothrow) MaxCacheObject(std::move(core));
+}
+
+MaxCacheObject::MaxCacheObject(std::unique_ptr<kvCache_obj> core) : core_(std::move(core)) {
+  Owners()[core_.get()] = this;
+}
+
+MaxCacheObject::~MaxCacheObject() {
+  Owners().erase(core_.get());
+}
+
+MaxCacheObject* MaxCacheObject::Owning(const host::Object* core) {
+  const auto it = Owners().find(core);
+  return it == Owners().end() ? nullptr : it->second;
+}
+
+void MaxCacheObject::BuildMesh(TimeValue t) {
+  core_->BuildMesh(t);
+  ToMax(core_->GetMesh(), mesh);
+  ivalid = ToMax(core_->MeshValidity());
+}
+
+BOOL MaxCacheObject::OKtoDisplay(TimeValue) {
+  return TRUE;
+}
+
+CreateMouseCallBack* MaxCacheObject::GetCreateMouseCallBack() {
+  static CreateCallBack callback;
+  callback.SetObject(this);
+  return &callback;
+}
+
+Class_ID MaxCacheObject::ClassID() {
+  return Class_ID(registration::kClassId.a, registration::kClassId.b);
+}
+
+void MaxCacheObject::GetClassName(MSTR& s, bool localized) const {
+  static const std::wstring plain = Widen(registration::kNonLocalizedClassName);
+  const MCHAR* name = localized ? GetString(registration::kClassNameId) : nullptr;
+  s = name ? name : plain.c_str();
+}
+
+ReferenceTarget* MaxCacheObject::Clone(RemapDir& remap) {
+  std::unique_ptr<host::Object> copy = core_->Clone();
+  auto* core = dynamic_cast<kvCache_obj*>(copy.get());
+  if (!core) return nullptr;
+  copy.release();
+  auto* clone = new (std::nothrow) MaxCacheObject(std::unique_ptr<kvCache_obj>(core));
+  if (!clone) return nullptr;
+  BaseClone(this, clone, remap);
+  return clone;
+}
+
+::IOResult MaxCacheObject::Save(::ISave* isave) {
+  SaveAdapter out(*isave);
+  return core_->Save(out) ? IO_OK : IO_ERROR;
+}
+
+::IOResult MaxCacheObject::Load(::ILoad* iload) {
+  LoadAdapter in(*iload);
+  switch (core_->Load(in)) {
+    case host::IOResult::Ok:
+    case host::IOResult::End:
+      return IO_OK;
+    case host::IOResult::Error:
+      break;
+  }
+  return IO_ERROR;
+}
+
+void MaxCacheObject::SetIconSize(float size) {
+  registration::ObjectCreationTarget(*core_).SetIconSize(size);
+}
+
+}  // namespace kv::max

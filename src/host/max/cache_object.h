@@ -1,0 +1,50 @@
+// The cache object as 3ds Max sees it: a procedural geometric object whose every answer comes
+// from the core kvCache_obj it owns.
+#pragma once
+
+#include <memory>
+
+#include "host/max/sdk.h"
+#include "object/registration.h"
+
+namespace kv {
+class kvCache_obj;
+}
+
+namespace kv::max {
+
+class MaxCacheObject final : public SimpleObject2, public registration::CreationTarget {
+ public:
+  // A new object, or null when memory cannot be had; `loading` as the descriptor got it.
+  static MaxCacheObject* Make(bool loading);
+  ~MaxCacheObject() override;
+
+  kvCache_obj& Core() { return *core_; }
+
+  // ---- SimpleObject2
+  void BuildMesh(TimeValue t) override;
+  BOOL OKtoDisplay(TimeValue t) override;
+  CreateMouseCallBack* GetCreateMouseCallBack() override;
+  Class_ID ClassID() override;
+  SClass_ID SuperClassID() override { return GEOMOBJECT_CLASS_ID; }
+  void GetClassName(MSTR& s, bool localized = true) const override;
+  ReferenceTarget* Clone(RemapDir& remap) override;
+  ::IOResult Save(::ISave* isave) override;
+  ::IOResult Load(::ILoad* iload) override;
+  void DeleteThis() override { delete this; }
+  // The core changed: the next evaluation must rebuild the mesh.
+  void InvalidateMesh() { ivalid.SetEmpty(); }
+
+  // ---- the creation drag
+  void SetSnapSuspended(bool on) override { suspendSnap = on ? TRUE : FALSE; }
+  void SetIconSize(float size) override;
+
+  // The binding object that owns `core`, or null.
+  static MaxCacheObject* Owning(const host::Object* core);
+
+ private:
+  explicit MaxCacheObject(std::unique_ptr<kvCache_obj> core);
+  std::unique_ptr<kvCache_obj> core_;
+};
+
+}  // namespace kv::max

@@ -1,0 +1,429 @@
+// Declarations-only stand-in for the part of the 3ds Max 2023 SDK core headers that the KV Cache
+// binding uses. Names, signatures and constant values follow the SDK reference; class layouts
+// and vtables do not (only the members the binding touches are declared). See ../README.md.
+#pragma once
+
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+// The SDK's own member names that Win32 would otherwise rename to their W forms.
+#undef GetClassName
+
+#include <cstddef>
+
+// ---- versions (plugapi.h, maxversion.h)
+#define MAX_RELEASE 25000
+#define MAX_API_NUM 62
+#define MAX_SDK_REV 0
+#define VERSION_3DSMAX ((MAX_RELEASE << 16) + (MAX_API_NUM << 8) + MAX_SDK_REV)
+
+// ---- basic types (strbasic.h, maxtypes.h)
+typedef wchar_t MCHAR;
+#define _M(x) L##x
+typedef int TimeValue;
+typedef ULONG SClass_ID;
+typedef unsigned short MtlID;
+typedef ULONG_PTR PartID;
+typedef unsigned int RefMessage;
+class ReferenceTarget;
+typedef ReferenceTarget* RefTargetHandle;
+
+#define GEOMOBJECT_CLASS_ID 0x000010
+#define CAMERA_CLASS_ID 0x000020
+#define HELPER_CLASS_ID 0x000070
+#define LIGHT_CLASS_ID 0x000030
+#define SHAPE_CLASS_ID 0x000040
+#define CTRL_FLOAT_CLASS_ID 0x9003
+#define CTRL_POINT3_CLASS_ID 0x900b
+#define CTRL_MATRIX3_CLASS_ID 0x9008
+#define CTRL_POSITION_CLASS_ID 0x900c
+#define CTRL_ROTATION_CLASS_ID 0x900d
+#define CTRL_SCALE_CLASS_ID 0x900e
+#define TRIOBJ_CLASS_ID 0x0009
+#define POINTHELP_CLASS_ID 0x00002013
+#define PRS_CONTROL_CLASS_ID 0x00002005
+#define ATTEN_END 3
+
+#define PART_GEOM (1 << 1)
+#define PART_TOPO (1 << 0)
+#define PART_TEXMAP (1 << 2)
+#define PART_MTL (1 << 3)
+#define PART_SELECT (1 << 4)
+#define PART_DISPLAY (1 << 6)
+#define PART_ALL 0xFFFFFFFF
+#define REFMSG_CHANGE 0x00000001
+#define REDRAW_NORMAL (1 << 1)
+#define A_IS_DELETED (1 << 14)
+
+class Class_ID {
+ public:
+  Class_ID() : a(0xFFFFFFFF), b(0xFFFFFFFF) {}
+  Class_ID(ULONG aa, ULONG bb) : a(aa), b(bb) {}
+  ULONG PartA() const { return a; }
+  ULONG PartB() const { return b; }
+  int operator==(const Class_ID& cid) const { return a == cid.a && b == cid.b; }
+  int operator!=(const Class_ID& cid) const { return !(*this == cid); }
+
+ private:
+  ULONG a, b;
+};
+
+// ---- strings (strclass.h)
+class WStr {
+ public:
+  WStr();
+  WStr(const wchar_t* cs);
+  WStr(const WStr& ws);
+  ~WStr();
+  WStr& operator=(const WStr& ws);
+  WStr& operator=(const wchar_t* cs);
+  const wchar_t* data() const;
+  int Length() const;
+
+ private:
+  wchar_t* buf_;
+};
+typedef WStr MSTR;
+
+// ---- geometry (point3.h, ipoint2.h, matrix3.h, interval.h)
+class Point3 {
+ public:
+  float x, y, z;
+  Point3() : x(0), y(0), z(0) {}
+  Point3(float X, float Y, float Z) : x(X), y(Y), z(Z) {}
+};
+class IPoint2 {
+ public:
+  int x, y;
+};
+class Matrix3 {
+ public:
+  Matrix3();
+  Point3& operator[](int i);
+  const Point3& operator[](int i) const;
+  void SetTrans(const Point3 p);
+  Point3 GetTrans() const;
+  void SetRow(int i, Point3 p);
+  Point3 GetRow(int i) const;
+  void IdentityMatrix();
+
+ private:
+  Point3 m[4];
+  DWORD flags;
+};
+class Quat {
+ public:
+  float x, y, z, w;
+};
+struct ScaleValue {
+  Point3 s;
+  Quat q;
+};
+class Interval {
+ public:
+  Interval(TimeValue s, TimeValue e);
+  Interval();
+  TimeValue Start() const;
+  TimeValue End() const;
+  void SetStart(TimeValue s);
+  void SetEnd(TimeValue e);
+  void SetInstant(const TimeValue t);
+  void SetEmpty();
+
+ private:
+  TimeValue start, end;
+};
+#define TIME_NegInfinity TimeValue(0x80000000)
+#define TIME_PosInfinity TimeValue(0x7fffffff)
+#define FOREVER Interval(TIME_NegInfinity, TIME_PosInfinity)
+#define NEVER Interval(TIME_NegInfinity, TIME_NegInfinity)
+
+// ---- time (maxapi.h)
+int GetTicksPerFrame();
+int GetFrameRate();
+BOOL Animating();
+void SuspendAnimate();
+void ResumeAnimate();
+
+// ---- mesh (mesh.h)
+class Face {
+ public:
+  DWORD v[3];
+  DWORD smGroup;
+  DWORD flags;
+  void setVerts(DWORD va, DWORD vb, DWORD vc);
+  void setSmGroup(DWORD i);
+  void setMatID(MtlID id);
+  void setEdgeVisFlags(int va, int vb, int vc);
+  MtlID getMatID();
+  DWORD getEdgeVis(int edge);
+};
+class TVFace {
+ public:
+  DWORD t[3];
+  void setTVerts(DWORD a, DWORD b, DWORD c);
+};
+typedef Point3 UVVert;
+class Mesh {
+ public:
+  Mesh();
+  ~Mesh();
+  BOOL setNumVerts(int ct, BOOL keep = FALSE, BOOL synchSel = TRUE);
+  int getNumVerts() const;
+  BOOL setNumFaces(int ct, BOOL keep = FALSE, BOOL synchSel = TRUE);
+  int getNumFaces() const;
+  void setVert(int i, const Point3& xyz);
+  Point3& getVert(int i);
+  int getNumMaps() const;
+  BOOL mapSupport(int mp) const;
+  int getNumMapVerts(int mp) const;
+  UVVert* mapVerts(int mp) const;
+  void setNumMaps(int ct, BOOL keep = FALSE);
+  void setMapSupport(int mp, BOOL support = TRUE);
+  void setNumMapVerts(int mp, int ct, BOOL keep = FALSE);
+  void setMapVert(int mp, int i, const UVVert& xyz);
+  TVFace* mapFaces(int mp);
+  void InvalidateGeomCache();
+  void InvalidateTopologyCache();
+  void FreeAll();
+
+  Point3* verts;
+  Face* faces;
+};
+
+// ---- animation (animtbl.h, control.h)
+enum GetSetMethod { CTRL_RELATIVE, CTRL_ABSOLUTE };
+class InterfaceServer {
+ public:
+  virtual ~InterfaceServer();
+};
+class Animatable : public InterfaceServer {
+ public:
+  BOOL TestAFlag(DWORD mask) const;
+  virtual SClass_ID SuperClassID();
+  virtual Class_ID ClassID();
+  virtual int NumKeys();
+  virtual TimeValue GetKeyTime(int index);
+  virtual int GetKeyIndex(TimeValue t);
+  virtual void DeleteKeyByIndex(int index);
+  virtual void DeleteThis();
+};
+enum RefResult { REF_FAIL, REF_SUCCEED, REF_DONTCARE, REF_STOP, REF_INVALID };
+#define NOTIFY_ALL 0xfffffff0
+class ILoad;
+class ISave;
+enum IOResult { IO_OK = 0, IO_END = 1, IO_ERROR = 2 };
+class ReferenceMaker : public Animatable {
+ public:
+  virtual IOResult Save(ISave* isave);
+  virtual IOResult Load(ILoad* iload);
+};
+class RemapDir;
+class ReferenceTarget : public ReferenceMaker {
+ public:
+  virtual ReferenceTarget* Clone(RemapDir& remap);
+  virtual void BaseClone(ReferenceTarget* from, ReferenceTarget* to, RemapDir& remap);
+  RefResult NotifyDependents(const Interval& changeInt, PartID partID, RefMessage message,
+                             SClass_ID sclass = NOTIFY_ALL, BOOL propagate = TRUE,
+                             RefTargetHandle hTarg = nullptr);
+};
+class Control : public ReferenceTarget {
+ public:
+  virtual void GetValue(TimeValue t, void* val, Interval& valid,
+                        GetSetMethod method = CTRL_ABSOLUTE) = 0;
+  virtual void SetValue(TimeValue t, void* val, int commit = 1,
+                        GetSetMethod method = CTRL_ABSOLUTE) = 0;
+  virtual void Copy(Control* from) = 0;
+  virtual Control* GetPositionController();
+  virtual Control* GetRotationController();
+  virtual Control* GetScaleController();
+  virtual BOOL SetPositionController(Control* c);
+  virtual BOOL SetRotationController(Control* c);
+  virtual BOOL SetScaleController(Control* c);
+};
+Control* NewDefaultFloatController();
+Control* NewDefaultPoint3Controller();
+Control* NewDefaultMatrix3Controller();
+Control* NewDefaultPositionController();
+Control* NewDefaultRotationController();
+Control* NewDefaultScaleController();
+ReferenceTarget* CloneRefHierarchy(ReferenceTarget* rm);
+void AnimateOn();
+void AnimateOff();
+
+// ---- undo (hold.h)
+class RestoreObj : public InterfaceServer {
+ public:
+  virtual void Restore(int isUndo) = 0;
+  virtual void Redo() = 0;
+  virtual int Size();
+  virtual void EndHold();
+  virtual MSTR Description();
+};
+class Hold {
+ public:
+  void Begin();
+  void Put(RestoreObj* rob);
+  void Accept(const MCHAR* nm);
+  void Cancel();
+  int Holding();
+  void Suspend();
+  void Resume();
+  int IsSuspended();
+};
+extern Hold theHold;
+
+// ---- scene file (ioapi.h)
+class ISave {
+ public:
+  virtual void BeginChunk(USHORT id) = 0;
+  virtual void EndChunk() = 0;
+  virtual IOResult Write(const void* buf, ULONG nbytes, ULONG* nwrit) = 0;
+};
+class ILoad {
+ public:
+  virtual IOResult OpenChunk() = 0;
+  virtual USHORT CurChunkID() = 0;
+  virtual IOResult CloseChunk() = 0;
+  virtual IOResult Read(void* buf, ULONG nbytes, ULONG* nread) = 0;
+};
+
+// ---- materials (imtl.h)
+class MtlBase : public ReferenceTarget {
+ public:
+  MSTR& GetName();
+  void SetName(MSTR s);
+};
+#define MATERIAL_CLASS_ID 0xc00
+class Mtl : public MtlBase {
+ public:
+  virtual int NumSubMtls();
+  virtual Mtl* GetSubMtl(int i);
+};
+class MtlBaseLib : public ReferenceTarget {
+ public:
+  MtlBaseLib();
+  ~MtlBaseLib();
+  int Add(MtlBase* m);
+  int Count();
+  MtlBase*& operator[](const int i);
+  void DeleteAll();
+};
+class MultiMtl : public Mtl {
+ public:
+  virtual void SetNumSubMtls(int n) = 0;
+  virtual void SetSubMtl(int i, Mtl* m) = 0;
+};
+MultiMtl* NewDefaultMultiMtl();
+#define MULTI_MATERIAL_CLASS_ID 0x00000200
+
+// ---- objects and nodes (object.h, inode.h)
+class Object;
+class ObjectState {
+ public:
+  Object* obj;
+};
+class INode : public ReferenceTarget {
+ public:
+  virtual const MCHAR* GetName() = 0;
+  virtual void SetName(const MCHAR* s) = 0;
+  virtual INode* GetParentNode() = 0;
+  virtual int NumberOfChildren() = 0;
+  virtual INode* GetChildNode(int i) = 0;
+  virtual Matrix3 GetNodeTM(TimeValue t, Interval* valid = nullptr) = 0;
+  virtual Matrix3 GetObjectTM(TimeValue time, Interval* valid = nullptr) = 0;
+  virtual float GetVisibility(TimeValue t, Interval* valid = nullptr) = 0;
+  virtual Object* GetObjectRef() = 0;
+  virtual Mtl* GetMtl() = 0;
+  virtual void SetMtl(Mtl* matl) = 0;
+  virtual DWORD GetWireColor() = 0;
+  virtual void SetWireColor(DWORD newcol) = 0;
+  virtual int Selected() = 0;
+  virtual int IsHidden(DWORD hflags = 0, BOOL forRenderer = FALSE) = 0;
+  virtual void Hide(BOOL onOff) = 0;
+  virtual Control* GetTMController() = 0;
+  virtual Control* GetVisController() = 0;
+  virtual BOOL SetTMController(Control* m3cont) = 0;
+  virtual void SetVisController(Control* cont) = 0;
+  virtual BOOL GetInheritVisibility() = 0;
+  virtual void SetInheritVisibility(BOOL onOff) = 0;
+  virtual ObjectState EvalWorldState(TimeValue time, BOOL evalHidden = TRUE) = 0;
+};
+
+class ViewExp {
+ public:
+  virtual Point3 SnapPoint(const IPoint2& in, IPoint2& out, Matrix3* plane2d = nullptr,
+                           DWORD flags = 0) = 0;
+};
+
+#define MOUSE_ABORT 0
+#define MOUSE_POINT 1
+#define MOUSE_MOVE 2
+#define CREATE_CONTINUE 1
+#define CREATE_STOP 0
+#define CREATE_ABORT -1
+
+class CreateMouseCallBack {
+ public:
+  virtual ~CreateMouseCallBack();
+  virtual int proc(ViewExp* vpt, int msg, int point, int flags, IPoint2 m, Matrix3& mat) = 0;
+};
+
+class IObjParam;
+class BaseObject : public ReferenceTarget {
+ public:
+  virtual CreateMouseCallBack* GetCreateMouseCallBack() = 0;
+  virtual void BeginEditParams(IObjParam* ip, ULONG flags, Animatable* prev = nullptr);
+  virtual void EndEditParams(IObjParam* ip, ULONG flags, Animatable* next = nullptr);
+  virtual void GetClassName(MSTR& s, bool localized = true) const;
+};
+class Object : public BaseObject {
+ public:
+  virtual int CanConvertToType(Class_ID obtype);
+  virtual Object* ConvertToType(TimeValue t, Class_ID obtype);
+};
+class GeomObject : public Object {};
+class TriObject : public GeomObject {
+ public:
+  Mesh mesh;
+  Mesh& GetMesh() { return mesh; }
+};
+TriObject* CreateNewTriObject();
+class LightObject : public Object {
+ public:
+  virtual float GetAtten(TimeValue t, int which, Interval& valid) = 0;
+};
+
+// ---- the application (maxapi.h)
+class Interface {
+ public:
+  virtual HWND GetMAXHWnd() const = 0;
+  virtual TimeValue GetTime() = 0;
+  virtual void SetTime(TimeValue t, BOOL redraw = TRUE) = 0;
+  virtual Interval GetAnimRange() = 0;
+  virtual BOOL IsAnimPlaying() = 0;
+  virtual BOOL IsNetServer() = 0;
+  virtual void RedrawViews(TimeValue t, DWORD vpFlags = REDRAW_NORMAL,
+                           ReferenceTarget* change = nullptr) = 0;
+  virtual INode* GetRootNode() = 0;
+  virtual INode* GetINodeByName(const MCHAR* name) = 0;
+  virtual int GetSelNodeCount() = 0;
+  virtual INode* GetSelNode(int i) = 0;
+  virtual void ClearNodeSelection(BOOL redraw = TRUE) = 0;
+  virtual void MakeNameUnique(MSTR& name) = 0;
+  virtual INode* CreateObjectNode(Object* obj) = 0;
+  virtual void* CreateInstance(SClass_ID superID, Class_ID classID) = 0;
+  virtual void DeleteNode(INode* node, BOOL redraw = TRUE, BOOL overrideSlaves = FALSE) = 0;
+  virtual void ReplacePrompt(const MCHAR* s) = 0;
+  virtual BOOL ProgressStart(const MCHAR* title, BOOL dispBar, LPTHREAD_START_ROUTINE fn,
+                             LPVOID arg) = 0;
+  virtual void ProgressUpdate(int pct, BOOL showPct = TRUE, const MCHAR* title = nullptr) = 0;
+  virtual void ProgressEnd() = 0;
+  virtual BOOL GetCancel() = 0;
+  virtual void SetCancel(BOOL sw) = 0;
+  virtual int LoadMaterialLib(const MCHAR* name, MtlBaseLib* lib = nullptr) = 0;
+  virtual int SaveMaterialLib(const MCHAR* name, MtlBaseLib* lib = nullptr) = 0;
+};
+class IObjParam : public Interface {};
+Interface* GetCOREInterface();

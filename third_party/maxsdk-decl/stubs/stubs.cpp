@@ -1,0 +1,336 @@
+// Empty bodies for the stand-in declarations, so that the plug-in links on a machine without the
+// SDK. They make the link complete, not a working host: nothing here is ever run by 3ds Max,
+// which brings its own implementations.
+#include <cstring>
+
+#include "iparamb2.h"
+#include "max.h"
+#include "simpobj.h"
+
+WStr::WStr() : buf_(nullptr) {}
+WStr::WStr(const wchar_t*) : buf_(nullptr) {}
+WStr::WStr(const WStr&) : buf_(nullptr) {}
+WStr::~WStr() {}
+WStr& WStr::operator=(const WStr&) {
+  return *this;
+}
+WStr& WStr::operator=(const wchar_t*) {
+  return *this;
+}
+const wchar_t* WStr::data() const {
+  return L"";
+}
+int WStr::Length() const {
+  return 0;
+}
+
+Matrix3::Matrix3() : flags(0) {}
+Point3& Matrix3::operator[](int i) {
+  return m[i];
+}
+const Point3& Matrix3::operator[](int i) const {
+  return m[i];
+}
+void Matrix3::SetTrans(const Point3 p) {
+  m[3] = p;
+}
+Point3 Matrix3::GetTrans() const {
+  return m[3];
+}
+void Matrix3::SetRow(int i, Point3 p) {
+  m[i] = p;
+}
+Point3 Matrix3::GetRow(int i) const {
+  return m[i];
+}
+void Matrix3::IdentityMatrix() {}
+
+Interval::Interval(TimeValue s, TimeValue e) : start(s), end(e) {}
+Interval::Interval() : start(0), end(0) {}
+TimeValue Interval::Start() const {
+  return start;
+}
+TimeValue Interval::End() const {
+  return end;
+}
+void Interval::SetStart(TimeValue s) {
+  start = s;
+}
+void Interval::SetEnd(TimeValue e) {
+  end = e;
+}
+void Interval::SetInstant(const TimeValue t) {
+  start = end = t;
+}
+
+int GetTicksPerFrame() {
+  return 160;
+}
+int GetFrameRate() {
+  return 30;
+}
+BOOL Animating() {
+  return FALSE;
+}
+void SuspendAnimate() {}
+void ResumeAnimate() {}
+
+void Face::setVerts(DWORD, DWORD, DWORD) {}
+void Face::setSmGroup(DWORD) {}
+void Face::setMatID(MtlID) {}
+void Face::setEdgeVisFlags(int, int, int) {}
+MtlID Face::getMatID() {
+  return 0;
+}
+DWORD Face::getEdgeVis(int) {
+  return 0;
+}
+void TVFace::setTVerts(DWORD, DWORD, DWORD) {}
+Mesh::Mesh() : verts(nullptr), faces(nullptr) {}
+Mesh::~Mesh() {}
+BOOL Mesh::setNumVerts(int, BOOL, BOOL) {
+  return FALSE;
+}
+int Mesh::getNumVerts() const {
+  return 0;
+}
+BOOL Mesh::setNumFaces(int, BOOL, BOOL) {
+  return FALSE;
+}
+int Mesh::getNumFaces() const {
+  return 0;
+}
+void Mesh::setVert(int, const Point3&) {}
+Point3& Mesh::getVert(int i) {
+  return verts[i];
+}
+int Mesh::getNumMaps() const {
+  return 0;
+}
+BOOL Mesh::mapSupport(int) const {
+  return FALSE;
+}
+int Mesh::getNumMapVerts(int) const {
+  return 0;
+}
+UVVert* Mesh::mapVerts(int) const {
+  return nullptr;
+}
+void Mesh::setNumMaps(int, BOOL) {}
+void Mesh::setMapSupport(int, BOOL) {}
+void Mesh::setNumMapVerts(int, int, BOOL) {}
+void Mesh::setMapVert(int, int, const UVVert&) {}
+TVFace* Mesh::mapFaces(int) {
+  return nullptr;
+}
+void Mesh::InvalidateGeomCache() {}
+void Mesh::InvalidateTopologyCache() {}
+void Mesh::FreeAll() {}
+
+InterfaceServer::~InterfaceServer() {}
+BOOL Animatable::TestAFlag(DWORD) const {
+  return FALSE;
+}
+SClass_ID Animatable::SuperClassID() {
+  return 0;
+}
+Class_ID Animatable::ClassID() {
+  return Class_ID();
+}
+int Animatable::NumKeys() {
+  return 0;
+}
+TimeValue Animatable::GetKeyTime(int) {
+  return 0;
+}
+int Animatable::GetKeyIndex(TimeValue) {
+  return -1;
+}
+void Animatable::DeleteKeyByIndex(int) {}
+void Animatable::DeleteThis() {}
+IOResult ReferenceMaker::Save(ISave*) {
+  return IO_OK;
+}
+IOResult ReferenceMaker::Load(ILoad*) {
+  return IO_OK;
+}
+RefResult ReferenceTarget::NotifyDependents(const Interval&, PartID, RefMessage, SClass_ID, BOOL,
+                                            RefTargetHandle) {
+  return REF_SUCCEED;
+}
+Control* Control::GetPositionController() {
+  return nullptr;
+}
+Control* Control::GetRotationController() {
+  return nullptr;
+}
+Control* Control::GetScaleController() {
+  return nullptr;
+}
+
+int RestoreObj::Size() {
+  return 1;
+}
+void RestoreObj::EndHold() {}
+MSTR RestoreObj::Description() {
+  return MSTR();
+}
+void Hold::Begin() {}
+void Hold::Put(RestoreObj* rob) {
+  delete rob;
+}
+void Hold::Accept(const MCHAR*) {}
+void Hold::Cancel() {}
+int Hold::Holding() {
+  return 0;
+}
+void Hold::Suspend() {}
+void Hold::Resume() {}
+int Hold::IsSuspended() {
+  return 0;
+}
+Hold theHold;
+
+MSTR& MtlBase::GetName() {
+  static MSTR name;
+  return name;
+}
+void MtlBase::SetName(MSTR) {}
+int Mtl::NumSubMtls() {
+  return 0;
+}
+Mtl* Mtl::GetSubMtl(int) {
+  return nullptr;
+}
+
+CreateMouseCallBack::~CreateMouseCallBack() {}
+void BaseObject::BeginEditParams(IObjParam*, ULONG, Animatable*) {}
+void BaseObject::EndEditParams(IObjParam*, ULONG, Animatable*) {}
+void BaseObject::GetClassName(MSTR&, bool) const {}
+int Object::CanConvertToType(Class_ID) {
+  return 0;
+}
+Interface* GetCOREInterface() {
+  return nullptr;
+}
+
+ClassDesc::~ClassDesc() {}
+int ClassDesc::BeginCreate(Interface*) {
+  return 0;
+}
+int ClassDesc::EndCreate(Interface*) {
+  return 0;
+}
+BOOL ClassDesc::OkToCreate(Interface*) {
+  return TRUE;
+}
+const MCHAR* ClassDesc::InternalName() {
+  return nullptr;
+}
+HINSTANCE ClassDesc::HInstance() {
+  return nullptr;
+}
+DWORD ClassDesc::InitialRollupPageState() {
+  return 0x7fffffff;
+}
+
+PBValidator::~PBValidator() {}
+PBAccessor::~PBAccessor() {}
+ParamBlockDesc2::ParamBlockDesc2(BlockID, const MCHAR*, StringResID, ClassDesc2*, USHORT, ...) {}
+ParamBlockDesc2::~ParamBlockDesc2() {}
+void ParamBlockDesc2::AddParam(ParamID, ...) {}
+USHORT ParamBlockDesc2::Count() {
+  return 0;
+}
+int ParamBlockDesc2::IDtoIndex(ParamID) {
+  return -1;
+}
+ClassDesc2::ClassDesc2() {}
+ClassDesc2::~ClassDesc2() {}
+int ClassDesc2::NumParamBlockDescs() {
+  return 0;
+}
+ParamBlockDesc2* ClassDesc2::GetParamBlockDesc(int) {
+  return nullptr;
+}
+ParamBlockDesc2* ClassDesc2::GetParamBlockDescByID(BlockID) {
+  return nullptr;
+}
+void ClassDesc2::AddParamBlockDesc(ParamBlockDesc2*) {}
+void ClassDesc2::BeginEditParams(IObjParam*, ReferenceMaker*, ULONG, Animatable*) {}
+void ClassDesc2::EndEditParams(IObjParam*, ReferenceMaker*, ULONG, Animatable*) {}
+void ClassDesc2::MakeAutoParamBlocks(ReferenceMaker*) {}
+const MCHAR* ClassDesc2::GetRsrcString(INT_PTR) {
+  return nullptr;
+}
+
+SimpleObject2::SimpleObject2() : pblock2(nullptr), suspendSnap(FALSE) {}
+SimpleObject2::~SimpleObject2() {}
+BOOL SimpleObject2::OKtoDisplay(TimeValue) {
+  return TRUE;
+}
+void SimpleObject2::InvalidateUI() {}
+void SimpleObject2::BeginEditParams(IObjParam*, ULONG, Animatable*) {}
+void SimpleObject2::EndEditParams(IObjParam*, ULONG, Animatable*) {}
+
+BOOL Control::SetPositionController(Control*) {
+  return FALSE;
+}
+BOOL Control::SetRotationController(Control*) {
+  return FALSE;
+}
+BOOL Control::SetScaleController(Control*) {
+  return FALSE;
+}
+Control* NewDefaultFloatController() {
+  return nullptr;
+}
+Control* NewDefaultPoint3Controller() {
+  return nullptr;
+}
+Control* NewDefaultMatrix3Controller() {
+  return nullptr;
+}
+Control* NewDefaultPositionController() {
+  return nullptr;
+}
+Control* NewDefaultRotationController() {
+  return nullptr;
+}
+Control* NewDefaultScaleController() {
+  return nullptr;
+}
+ReferenceTarget* CloneRefHierarchy(ReferenceTarget*) {
+  return nullptr;
+}
+void AnimateOn() {}
+void AnimateOff() {}
+Object* Object::ConvertToType(TimeValue, Class_ID) {
+  return nullptr;
+}
+TriObject* CreateNewTriObject() {
+  return nullptr;
+}
+MtlBaseLib::MtlBaseLib() {}
+MtlBaseLib::~MtlBaseLib() {}
+int MtlBaseLib::Add(MtlBase*) {
+  return 0;
+}
+int MtlBaseLib::Count() {
+  return 0;
+}
+MtlBase*& MtlBaseLib::operator[](const int) {
+  static MtlBase* none = nullptr;
+  return none;
+}
+void MtlBaseLib::DeleteAll() {}
+MultiMtl* NewDefaultMultiMtl() {
+  return nullptr;
+}
+void Interval::SetEmpty() {
+  start = end = TIME_NegInfinity;
+}
+ReferenceTarget* ReferenceTarget::Clone(RemapDir&) {
+  return nullptr;
+}
+void ReferenceTarget::BaseClone(ReferenceTarget*, ReferenceTarget*, RemapDir&) {}
