@@ -8,6 +8,7 @@
 #include "commands.h"
 #include "host/standalone/mesh_sequence.h"
 #include "playback_options.h"
+#include "scene_io.h"
 
 namespace kv::cli {
 namespace {
@@ -75,14 +76,19 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
 
   InfoArgs inf;
   CLI::App* info = app.add_subcommand("info", "Print what a cache file holds");
-  info->add_option("file", inf.file, "Cache file (.kvc)")->required();
+  info->add_option("file", inf.file,
+                   "Cache file (.kvc), or a scene file: the report on the caches its objects play")
+      ->required();
   info->add_flag("--elements", inf.elements,
                  "One line per element: index, name, vertices, faces (tab-separated)");
 
   PlayArgs pl;
   CLI::App* play =
       app.add_subcommand("play", "Evaluate the cache object at one scene time and write its mesh");
-  play->add_option("file", pl.file, "Cache file (.kvc)")->required();
+  play->add_option("file", pl.file, "Cache file (.kvc), or a scene file with --node")->required();
+  play->add_option("--node", pl.node,
+                   "Play the cache object of this scene node with its own parameters (the "
+                   "playback options apply to a cache file only)");
   auto* frameOpt = play->add_option("--frame", pl.frame, "Scene frame (decimal)");
   auto* timeOpt = play->add_option("--time", pl.ticks, "Scene time in ticks (4800 a second)");
   frameOpt->excludes(timeOpt);
@@ -113,6 +119,73 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
       ->check(CLI::Range(0.0, 1e9));
   AddPlaybackOptions(*explode, ex, "--play-start");
 
+  CLI::App* scene = app.add_subcommand("scene", "Make scene files with cache objects");
+  scene->require_subcommand(1);
+  SceneNewArgs sn;
+  CLI::App* sceneNew =
+      scene->add_subcommand("new", "Write a scene with one node carrying a cache object");
+  sceneNew->add_option("output", sn.output, "Scene file to write")->required();
+  sceneNew->add_option("--cache", sn.cache, "Cache file the object plays (.kvc)")
+      ->check(CLI::ExistingFile);
+  sceneNew->add_option("--name", sn.name, "Name of the node (default KVCache001)");
+
+  LightArgs la;
+  CLI::App* addLight = scene->add_subcommand(
+      "add-light", "Add an omni light (or a spot light) with far attenuation, keyed if asked");
+  addLight->add_option("scene", la.scene, "Scene file")->required()->check(CLI::ExistingFile);
+  addLight->add_option("name", la.name, "Name of the light's node")->required();
+  addLight->add_option("--at", la.at, "Position X,Y,Z")->required();
+  addLight->add_option("--far", la.far, "Far attenuation end")
+      ->required()
+      ->check(CLI::Range(0.0, 1e30));
+  addLight->add_option("--key", la.keys, "A key FRAME:X,Y,Z:RADIUS (repeatable)");
+  addLight->add_flag("--spot", la.spot, "A spot light instead of an omni");
+
+  GizmoArgs gz;
+  CLI::App* gizmo =
+      scene->add_subcommand("gizmo", "Set, or key at --frame, a cache object's gizmo");
+  gizmo->add_option("scene", gz.scene, "Scene file")->required()->check(CLI::ExistingFile);
+  gizmo->add_option("node", gz.node, "Node carrying the cache object")->required();
+  auto* matrixOpt = gizmo->add_option("--matrix", gz.matrix, "12 numbers, row by row");
+  auto* moveOpt = gizmo->add_option("--move", gz.move, "Translation X,Y,Z");
+  auto* scaleOpt =
+      gizmo->add_option("--scale", gz.scale, "Uniform scale")->check(CLI::Range(1e-7, 1e30));
+  matrixOpt->excludes(moveOpt)->excludes(scaleOpt);
+  gizmo->add_option("--frame", gz.frame, "Make a key at this frame");
+
+  ListArgs ls;
+  CLI::App* list = scene->add_subcommand(
+      "list", "List the nodes, and each cache object's parameters and groups");
+  list->add_option("scene", ls.scene, "Scene file")->required()->check(CLI::ExistingFile);
+
+  ParamArgs ga;
+  CLI::App* get = app.add_subcommand("get", "Read a cache object's parameter by its script name");
+  get->add_option("scene", ga.scene, "Scene file")->required()->check(CLI::ExistingFile);
+  get->add_option("node", ga.node, "Node carrying the cache object")->required();
+  get->add_option("param", ga.param, "Script name (playStart, triggerOmni, ...)")->required();
+  get->add_option("--frame", ga.frame, "Read at this frame (default: the scene's time)");
+
+  ParamArgs sa;
+  CLI::App* set = app.add_subcommand("set", "Set a cache object's parameter by its script name");
+  set->add_option("scene", sa.scene, "Scene file")->required()->check(CLI::ExistingFile);
+  set->add_option("node", sa.node, "Node carrying the cache object")->required();
+  set->add_option("param", sa.param, "Script name (playStart, triggerOmni, ...)")->required();
+  set->add_option("value", sa.value, "Value as a literal: 10, 1.5, true, \"file\", $Node, #($A)")
+      ->required();
+  set->add_option("--frame", sa.frame, "Set a key at this frame (animatable parameters)");
+  set->add_flag("--save", sa.save, "Write the scene back when the value was accepted");
+
+  CallArgs ca;
+  CLI::App* call = app.add_subcommand(
+      "call", "Call a KV_Cache_Fns function, or read a property, of a scene node's cache object");
+  call->add_option("scene", ca.scene, "Scene file")->required()->check(CLI::ExistingFile);
+  call->add_option("node", ca.node, "Node carrying the cache object")->required();
+  call->add_option("function", ca.function, "Function or property name")->required();
+  call->add_option("args", ca.args,
+                   "Arguments as literals (\"text\", 12, 1.5, true, #name, #(1, 2), #{1..5}, "
+                   "(interval 0f 100f), 10f, $Node); keywords as name:value");
+  call->add_flag("--save", ca.save, "Write the scene back when the call succeeded");
+
   DemoArgs dm;
   CLI::App* demo = app.add_subcommand(
       "demo", "Simulate a brick wall struck by a ball, record it, play it back into DIR");
@@ -131,9 +204,10 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   } catch (const CLI::ParseError& e) {
     const std::string first = argc > 1 ? argv[1] : "";
     if (!first.empty() && first[0] != '-' && !record->parsed() && !info->parsed() &&
-        !play->parsed() && !explode->parsed() && !demo->parsed())
+        !play->parsed() && !explode->parsed() && !demo->parsed() && !scene->parsed() &&
+        !call->parsed() && !get->parsed() && !set->parsed())
       err << "kvcache: unknown command '" << first
-          << "' (use record, info, play, explode or demo)\n";
+          << "' (use record, info, play, explode, scene, call, get, set or demo)\n";
     else
       err << "kvcache: " << e.what() << '\n';
     err << "Run with --help for more information.\n";
@@ -157,7 +231,17 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
 
   try {
     if (record->parsed()) return RunRecord(rec, common, out, err);
-    if (info->parsed()) return RunInfo(inf, common, out, err);
+    if (info->parsed()) {
+      return IsSceneFile(inf.file) ? RunSceneInfo(inf, common, out, err)
+                                   : RunInfo(inf, common, out, err);
+    }
+    if (sceneNew->parsed()) return RunSceneNew(sn, common, out, err);
+    if (call->parsed()) return RunCall(ca, common, out, err);
+    if (addLight->parsed()) return RunAddLight(la, common, out, err);
+    if (gizmo->parsed()) return RunGizmo(gz, common, out, err);
+    if (list->parsed()) return RunList(ls, common, out, err);
+    if (get->parsed()) return RunGet(ga, common, out, err);
+    if (set->parsed()) return RunSet(sa, common, out, err);
     if (play->parsed()) return RunPlay(pl, common, out, err);
     if (explode->parsed()) return RunExplode(ex, common, out, err);
     if (demo->parsed()) return RunDemo(dm, common, out, err);

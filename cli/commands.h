@@ -5,6 +5,7 @@
 #include <iosfwd>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "playback_options.h"
 
@@ -38,7 +39,9 @@ struct InfoArgs {
 };
 
 struct PlayArgs : PlaybackArgs {
-  std::string file;
+  std::string file;                // a cache file, or a scene file with `node`
+  std::string node;                // the scene node whose cache object plays, with its own
+                                   // parameters
   std::optional<double> frame;     // scene frame, rounded to the nearest tick
   std::optional<long long> ticks;  // scene time
   std::string output;              // .obj, .ply or .glb
@@ -56,6 +59,48 @@ struct ExplodeArgs : PlaybackArgs {
   float threshold = 0.02f;
 };
 
+struct SceneNewArgs {
+  std::string output;               // the scene file to write
+  std::string cache;                // cache file the object plays (optional)
+  std::string name = "KVCache001";  // the node carrying the object
+};
+
+struct CallArgs {
+  std::string scene;
+  std::string node;
+  std::string function;           // a function or property of KV_Cache_Fns
+  std::vector<std::string> args;  // literals, keywords as name:literal
+  bool save = false;              // write the scene back when the call succeeded
+};
+
+struct ParamArgs {
+  std::string scene, node;
+  std::string param;            // a parameter's script name
+  std::string value;            // set: the value as a literal
+  std::optional<double> frame;  // get: read there; set: key there (animatable only)
+  bool save = false;
+};
+
+struct LightArgs {
+  std::string scene, name;
+  std::string at;                 // X,Y,Z
+  float far = 200.0f;             // far attenuation end
+  std::vector<std::string> keys;  // FRAME:X,Y,Z:RADIUS
+  bool spot = false;
+};
+
+struct GizmoArgs {
+  std::string scene, node;
+  std::string matrix;  // 12 numbers, row by row
+  std::string move;    // X,Y,Z
+  float scale = 1.0f;
+  std::optional<double> frame;  // key there
+};
+
+struct ListArgs {
+  std::string scene;
+};
+
 struct DemoArgs {
   std::string dir = "demo-out";
   int columns = 40, rows = 50, frames = 60;
@@ -65,6 +110,15 @@ int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::
 int RunInfo(const InfoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunPlay(const PlayArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunExplode(const ExplodeArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunSceneNew(const SceneNewArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunCall(const CallArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+// `info` on a scene file: the cache information report for the caches its objects play.
+int RunSceneInfo(const InfoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunGet(const ParamArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunSet(const ParamArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunAddLight(const LightArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunGizmo(const GizmoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunList(const ListArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunDemo(const DemoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 
 }  // namespace kv::cli

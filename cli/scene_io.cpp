@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include "host/standalone/gltf.h"
 #include "host/standalone/mesh_sequence.h"
@@ -54,6 +56,47 @@ std::unique_ptr<standalone::Scene> LoadSceneFile(const std::string& path, std::o
   std::unique_ptr<standalone::Scene> scene = standalone::LoadScene(path, error, classes);
   if (scene && fps) scene->SetFrameRate(*fps);
   return scene;
+}
+
+bool IsSceneFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  char magic[8] = {};
+  in.read(magic, sizeof magic);
+  return in.gcount() == sizeof magic && std::memcmp(magic, "KVSCENE", 8) == 0;
+}
+
+kvCache_obj* FindCacheObject(standalone::Scene& scene, const std::string& name,
+                             std::string& error) {
+  standalone::SceneNode* node = scene.FindNode(name);
+  if (!node || node->IsDeleted()) {
+    error = "no node named '" + name + "' in the scene";
+    return nullptr;
+  }
+  host::Object* obj = node->GetObjectRef();
+  auto* cache =
+      obj && obj->GetClassId() == host::kKvCacheClassId ? dynamic_cast<kvCache_obj*>(obj) : nullptr;
+  if (!cache) error = "node '" + name + "' carries no KV Cache object";
+  return cache;
+}
+
+std::unique_ptr<standalone::Scene> OpenSceneNode(const std::string& path, const std::string& name,
+                                                 KelvaneTools::kvCacheRegistry& caches,
+                                                 kvCache_obj*& object, std::string& error) {
+  object = nullptr;
+  if (!IsSceneFile(path)) {
+    error = "not a scene file: " + path;
+    return nullptr;
+  }
+  std::unique_ptr<standalone::Scene> scene = LoadSceneFile(path, std::nullopt, caches, error);
+  if (!scene) return nullptr;
+  object = FindCacheObject(*scene, name, error);
+  if (!object) return nullptr;
+  object->BuildMesh(scene->GetTime());
+  return scene;
+}
+
+bool SaveSceneFile(const standalone::Scene& scene, const std::string& path, std::string& error) {
+  return standalone::SaveScene(scene, path, error);
 }
 
 }  // namespace kv::cli

@@ -105,6 +105,7 @@ void kvCacheReader::Release() {
   indexed_ = false;
   generation_ = 0;
   header_ = CacheHeader{};
+  fileSize_ = 0;
   elements_.clear();
   elements_.shrink_to_fit();
   totalVerts_ = totalFaces_ = 0;
@@ -160,6 +161,7 @@ bool kvCacheReader::Open() {
   if (!ReadIndex(fileSize)) return fail();
 
   LoadMaterialLibrary();
+  fileSize_ = fileSize;
   indexed_ = true;
   generation_ = ++gGeneration;
   if (!keepOpen_) Close();

@@ -66,6 +66,15 @@ class kvCacheReader : public kvCacheBase {
 
   // ---- header and index (valid while HasIndex())
   const CacheHeader& Header() const { return header_; }
+  // The file's size in bytes when it was opened, and the parts the header delimits: the
+  // element records (mesh data) and the sample table (animation data).
+  uint64_t FileSize() const { return fileSize_; }
+  uint64_t MeshDataSize() const {
+    return static_cast<uint64_t>(header_.sampleTableOffset) - header_.dataOffset;
+  }
+  uint64_t AnimationDataSize() const {
+    return static_cast<uint64_t>(header_.sampleStride) * static_cast<uint64_t>(header_.numSamples);
+  }
   int NumElements() const { return static_cast<int>(elements_.size()); }
   int32_t NumSamples() const { return header_.numSamples; }
   int32_t FrameRate() const { return header_.frameRate; }
@@ -149,6 +158,7 @@ class kvCacheReader : public kvCacheBase {
   bool indexed_ = false;
   uint64_t generation_ = 0;
   CacheHeader header_;
+  uint64_t fileSize_ = 0;
   std::vector<CacheElement> elements_;
   int64_t totalVerts_ = 0, totalFaces_ = 0;
   std::map<int32_t, int64_t> channelTotals_;

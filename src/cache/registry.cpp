@@ -64,6 +64,13 @@ void* kvCacheRegistry::User(const std::string& fileName, int i) const {
   return it->second.users[static_cast<size_t>(i)];
 }
 
+std::vector<std::string> kvCacheRegistry::FileNames() const {
+  std::vector<std::string> names;
+  names.reserve(entries_.size());
+  for (const auto& [name, e] : entries_) names.push_back(name);
+  return names;
+}
+
 bool kvCacheRegistry::CloseFile(const std::string& fileName) {
   auto it = entries_.find(fileName);
   if (it == entries_.end() || !it->second.reader->IsOpen()) return false;

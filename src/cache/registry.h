@@ -45,6 +45,8 @@ class kvCacheRegistry {
   // Removes the user from every entry; entries left without users are destroyed.
   void Release(void* user);
   int EntryCount() const { return static_cast<int>(entries_.size()); }
+  // Every entry's file name, ascending (the registry's key order).
+  std::vector<std::string> FileNames() const;
 
  private:
   struct Entry {

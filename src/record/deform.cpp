@@ -326,7 +326,7 @@ struct DeformTracker::Impl {
       Rematch(m);
     }
     prevVerts = m.verts.size();
-    prevFaces.assign(m.faces.begin(), m.faces.end());
+    if (!sameTopology) prevFaces.assign(m.faces.begin(), m.faces.end());
     ++samples;
     return true;
   }

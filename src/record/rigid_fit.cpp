@@ -22,7 +22,8 @@ std::array<double, 4> LargestEigenvector(Mat4 a) {
     double off = 0;
     for (int p = 0; p < 4; ++p)
       for (int q = p + 1; q < 4; ++q) off += a[p][q] * a[p][q];
-    if (off <= 1e-30 * scale * scale) break;
+    // Off-diagonal mass 1e-12 of the largest entry leaves the rotation exact to float.
+    if (off <= 1e-24 * scale * scale) break;
     for (int p = 0; p < 4; ++p) {
       for (int q = p + 1; q < 4; ++q) {
         const double apq = a[p][q];

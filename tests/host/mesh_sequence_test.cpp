@@ -7,7 +7,9 @@
 #include <filesystem>
 #include <fstream>
 
+#include "host/standalone/gltf.h"
 #include "host/standalone/scene.h"
+#include "support/deforming_gltf.h"
 
 namespace kv::standalone {
 namespace {
@@ -151,6 +153,49 @@ TEST_F(MeshSequenceTest, SceneStreamsOneFrameAtATime) {
   Write("drop_16.obj", "v 0 0 0\nf 1 2 3\n");
   EXPECT_FALSE(n->EvalTriMesh(16 * 160, true, m));
   EXPECT_NE(seq->LastError().find("drop_16.obj"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace kv::standalone
+
+namespace kv::standalone {
+namespace {
+
+// Skins and morph targets evaluate per time: each skinned vertex where its joints put it, a
+// morphed vertex by its weight at that time.
+TEST_F(MeshSequenceTest, GltfSkinsAndMorphTargetsDeformOverTime) {
+  const std::string path = (dir_ / "rig.gltf").string();
+  kvtest::WriteDeformingGltf(path, true);
+  Scene scene;
+  std::string error;
+  ASSERT_TRUE(ImportGltf(scene, path, error)) << error;
+  host::Node* debris = scene.GetNodeByName("Debris");
+  host::Node* mover = scene.GetNodeByName("Mover");
+  host::Node* turner = scene.GetNodeByName("Turner");
+  host::Node* blob = scene.GetNodeByName("Blob");
+  ASSERT_TRUE(debris && mover && turner && blob);
+  EXPECT_EQ(scene.GetAnimRange().End(), 4800);
+  const Point3 rest[6] = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {5, 0, 0}, {6, 0, 0}, {5, 1, 0}};
+  for (TimeValue t : {0, 1200, 2400, 4800}) {
+    Mesh m;
+    ASSERT_TRUE(debris->EvalTriMesh(t, true, m));
+    ASSERT_EQ(m.numVerts(), 6);
+    const Matrix3 toWorld = debris->GetObjectTM(t);
+    const Matrix3 j0 = mover->GetNodeTM(t);
+    const Matrix3 j1 = TransMatrix({-5, 0, 0}) * turner->GetNodeTM(t);  // its inverse bind
+    for (int v = 0; v < 6; ++v) {
+      Point3 want = rest[v] * (v < 3 ? j0 : j1);
+      if (v == 2) want = (rest[v] * j0 + rest[v] * j1) * 0.5f;
+      EXPECT_LT((m.verts[size_t(v)] * toWorld - want).Length(), 1e-4f) << "t " << t << " v " << v;
+    }
+    ASSERT_TRUE(blob->EvalTriMesh(t, true, m));
+    EXPECT_NEAR(m.verts[2].z, float(t) / 4800.0f, 1e-5f) << t;  // in the mesh's own space
+    EXPECT_EQ(m.verts[1], (Point3{1, 0, 0}));
+  }
+  // The joints really move: the first triangle has left the origin by the end.
+  Mesh end;
+  ASSERT_TRUE(debris->EvalTriMesh(4800, true, end));
+  EXPECT_GT((end.verts[0] * debris->GetObjectTM(4800)).Length(), 1.9f);
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 // creation drag that places a new object and sizes its icon.
 #include <gtest/gtest.h>
 
-#include <set>
-#include <string_view>
 
 #include "cache/registry.h"
 #include "host/standalone/scene.h"
@@ -30,15 +28,6 @@ TEST(Registration, DescriptorAnswersWhatTheHostExpects) {
 
   EXPECT_TRUE(R::IsClassIndex(0));
   for (int i : {-1, 1, 2, 100}) EXPECT_FALSE(R::IsClassIndex(i)) << i;
-}
-
-TEST(Registration, ExportsAreTheSixEntryPointsOnce) {
-  std::set<std::string_view> names(R::kExports.begin(), R::kExports.end());
-  EXPECT_EQ(names.size(), 6u);
-  for (auto n : {"LibDescription", "LibNumberClasses", "LibClassDesc", "LibVersion",
-                 "LibInitialize", "LibShutdown"}) {
-    EXPECT_TRUE(names.count(n)) << n;
-  }
 }
 
 TEST(Registration, CreateKeepsCreationDefaultsOnlyForANewObject) {

@@ -1,12 +1,15 @@
 #include "host/standalone/gltf.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <numbers>
+
+#include "host/standalone/gltf_deform.h"
 
 #define TINYGLTF_IMPLEMENTATION
 #define TINYGLTF_NO_STB_IMAGE
@@ -245,7 +248,33 @@ bool ReadIndices(const tinygltf::Model& m, int index, std::vector<uint32_t>& out
 struct ImportedMesh {
   Mesh mesh;
   std::vector<int> materials;  // glTF material per material id (-1: none)
+  MorphTargets morph;          // position offsets per target, in mesh vertex order
+  // JOINTS_0 and WEIGHTS_0 per vertex; empty when no primitive has them.
+  std::vector<std::array<uint32_t, 4>> joints;
+  std::vector<std::array<float, 4>> weights;
 };
+
+// JOINTS_0 as integers: the float reader scales integer components into 0..1.
+bool ReadJoints(const tinygltf::Model& m, int index, size_t nv,
+                std::vector<std::array<uint32_t, 4>>& out, std::string& err) {
+  std::vector<float> f;
+  if (!ReadFloats(m, index, 4, f, err)) return false;
+  if (f.size() != nv * 4) {
+    err = "JOINTS_0 count differs from POSITION";
+    return false;
+  }
+  const int type = m.accessors[static_cast<size_t>(index)].componentType;
+  const float scale = type == TINYGLTF_COMPONENT_TYPE_UNSIGNED_BYTE    ? 255.0f
+                      : type == TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT ? 65535.0f
+                                                                       : 1.0f;
+  for (size_t v = 0; v < nv; ++v) {
+    std::array<uint32_t, 4> j{};
+    for (size_t k = 0; k < 4; ++k)
+      j[k] = static_cast<uint32_t>(std::lround(std::max(f[v * 4 + k], 0.0f) * scale));
+    out.push_back(j);
+  }
+  return true;
+}
 
 bool BuildMesh(const tinygltf::Model& m, const tinygltf::Mesh& gm, ImportedMesh& out,
                std::string& err) {
@@ -347,9 +376,55 @@ bool BuildMesh(const tinygltf::Model& m, const tinygltf::Mesh& gm, ImportedMesh&
         for (int c = 0; c < 3; ++c) out.mesh.specNormals[static_cast<size_t>(f) * 3 + c] = n;
       }
     }
+    // Morph targets: every primitive of a mesh has the same number; a target without
+    // positions moves nothing.
+    const size_t before = out.mesh.verts.size();
+    if (out.morph.deltas.size() < prim.targets.size())
+      out.morph.deltas.resize(prim.targets.size(), std::vector<Point3>(before));
+    for (size_t k = 0; k < out.morph.deltas.size(); ++k) {
+      std::vector<Point3>& d = out.morph.deltas[k];
+      d.resize(before + nv);
+      if (k >= prim.targets.size()) continue;
+      const auto tp = prim.targets[k].find("POSITION");
+      if (tp == prim.targets[k].end()) continue;
+      std::vector<float> off;
+      if (!ReadFloats(m, tp->second, 3, off, err)) return false;
+      if (off.size() != nv * 3) {
+        err = "morph target POSITION count differs from POSITION";
+        return false;
+      }
+      for (size_t i = 0; i < nv; ++i) d[before + i] = {off[3 * i], off[3 * i + 1], off[3 * i + 2]};
+    }
+    const auto pj = prim.attributes.find("JOINTS_0");
+    const auto pw = prim.attributes.find("WEIGHTS_0");
+    if ((pj != prim.attributes.end()) != (pw != prim.attributes.end())) {
+      err = "mesh \"" + gm.name + "\" has JOINTS_0 without WEIGHTS_0 or the other way round";
+      return false;
+    }
+    if (pj != prim.attributes.end() || !out.joints.empty()) {
+      // Vertices of primitives without a skin are bound to nothing and stay where they are.
+      out.joints.resize(before);
+      out.weights.resize(before);
+      if (pj == prim.attributes.end()) {
+        out.joints.resize(before + nv);
+        out.weights.resize(before + nv);
+      } else {
+        std::vector<float> w;
+        if (!ReadJoints(m, pj->second, nv, out.joints, err) ||
+            !ReadFloats(m, pw->second, 4, w, err))
+          return false;
+        if (w.size() != nv * 4) {
+          err = "WEIGHTS_0 count differs from POSITION";
+          return false;
+        }
+        for (size_t i = 0; i < nv; ++i)
+          out.weights.push_back({w[4 * i], w[4 * i + 1], w[4 * i + 2], w[4 * i + 3]});
+      }
+    }
     out.mesh.Append(part);
     out.materials.push_back(prim.material);
   }
+  out.morph.weights.assign(gm.weights.begin(), gm.weights.end());
   out.mesh.MarkCachesValid();
   return true;
 }
@@ -363,7 +438,7 @@ struct Track {
 };
 
 bool ReadSampler(const tinygltf::Model& m, const tinygltf::AnimationSampler& s, int comps, Track& t,
-                 std::string& err) {
+                 std::string& err, bool anyMultiple = false) {
   std::vector<float> in;
   if (!ReadFloats(m, s.input, 1, in, err) || !ReadFloats(m, s.output, comps, t.values, err))
     return false;
@@ -371,7 +446,9 @@ bool ReadSampler(const tinygltf::Model& m, const tinygltf::AnimationSampler& s, 
              : s.interpolation == "CUBICSPLINE" ? Interp::Bezier
                                                 : Interp::Linear;
   const size_t per = t.interp == Interp::Bezier ? 3 : 1;
-  if (t.values.size() != in.size() * per * static_cast<size_t>(comps)) {
+  // Morph weights hold as many values per key as the mesh has targets.
+  const size_t want = in.size() * per * static_cast<size_t>(comps);
+  if (anyMultiple ? (in.empty() || t.values.size() % want != 0) : t.values.size() != want) {
     err = "animation sampler output count does not match its input";
     return false;
   }
@@ -557,6 +634,35 @@ bool ImportGltf(Scene& scene, const std::string& path, std::string& error) {
       }
       parentOf[static_cast<size_t>(c)] = i;
     }
+  // Skins: their inverse bind matrices (column-major 4x4 in the file), identity when absent.
+  std::vector<std::vector<Matrix3>> skinBinds(m.skins.size());
+  for (size_t si = 0; si < m.skins.size(); ++si) {
+    const tinygltf::Skin& sk = m.skins[si];
+    for (int j : sk.joints)
+      if (j < 0 || j >= nn) {
+        error = "skin " + std::to_string(si) + " names a joint node that does not exist";
+        return false;
+      }
+    skinBinds[si].assign(sk.joints.size(), Matrix3());
+    if (sk.inverseBindMatrices < 0) continue;
+    std::vector<float> f;
+    if (!ReadFloats(m, sk.inverseBindMatrices, 16, f, error)) return false;
+    if (f.size() != sk.joints.size() * 16) {
+      error = "skin " + std::to_string(si) + " has not one inverse bind matrix per joint";
+      return false;
+    }
+    for (size_t j = 0; j < sk.joints.size(); ++j) {
+      const float* a = &f[j * 16];
+      skinBinds[si][j] = Matrix3({a[0], a[1], a[2]}, {a[4], a[5], a[6]}, {a[8], a[9], a[10]},
+                                 {a[12], a[13], a[14]});
+    }
+  }
+  for (const tinygltf::Node& gn : m.nodes)
+    if (gn.skin >= static_cast<int>(m.skins.size())) {
+      error = "a node names a skin that does not exist";
+      return false;
+    }
+
   // The default scene's nodes (every root node when the file has no scene), parents first.
   std::vector<int> order;
   if (m.scenes.empty()) {
@@ -582,7 +688,7 @@ bool ImportGltf(Scene& scene, const std::string& path, std::string& error) {
   for (size_t k = 0; k < order.size(); ++k)
     for (int c : m.nodes[static_cast<size_t>(order[k])].children) order.push_back(c);
 
-  std::vector<Track> tracks;
+  std::vector<Track> tracks, weightTracks;
   for (const tinygltf::Animation& a : m.animations)
     for (const tinygltf::AnimationChannel& ch : a.channels) {
       Track t;
@@ -594,8 +700,21 @@ bool ImportGltf(Scene& scene, const std::string& path, std::string& error) {
         t.what = Track::What::Rotation, comps = 4;
       else if (ch.target_path == "scale")
         t.what = Track::What::Scale;
-      else
-        continue;  // morph weights
+      else if (ch.target_path == "weights") {
+        if (t.node < 0 || t.node >= nn || ch.sampler < 0 ||
+            ch.sampler >= static_cast<int>(a.samplers.size())) {
+          error = "animation channel with a bad node or sampler";
+          return false;
+        }
+        // One weight per target and key, read as scalars.
+        Track w;
+        w.node = t.node;
+        if (!ReadSampler(m, a.samplers[static_cast<size_t>(ch.sampler)], 1, w, error, true))
+          return false;
+        weightTracks.push_back(std::move(w));
+        continue;
+      } else
+        continue;
       if (t.node < 0 || t.node >= nn || ch.sampler < 0 ||
           ch.sampler >= static_cast<int>(a.samplers.size())) {
         error = "animation channel with a bad node or sampler";
@@ -662,6 +781,7 @@ bool ImportGltf(Scene& scene, const std::string& path, std::string& error) {
   }
 
   std::vector<SceneNode*> made(static_cast<size_t>(nn), nullptr);
+  std::vector<std::pair<int, DeformingMeshObject*>> deforming;
   for (int i : order) {
     const tinygltf::Node& gn = m.nodes[static_cast<size_t>(i)];
     const bool root = parentOf[static_cast<size_t>(i)] < 0;
@@ -676,7 +796,25 @@ bool ImportGltf(Scene& scene, const std::string& path, std::string& error) {
       n = scene.CreateNode(
           nullptr, name,
           root ? nullptr : made[static_cast<size_t>(parentOf[static_cast<size_t>(i)])]);
-      n->SetObjectRef(objects[static_cast<size_t>(gn.mesh)]);
+      const ImportedMesh& im = meshes[static_cast<size_t>(gn.mesh)];
+      const bool skinned = gn.skin >= 0 && !im.joints.empty();
+      if (!im.morph.Empty() || skinned) {
+        // Deformation is per node (its weights, its skin): an object of its own.
+        const auto* tri = static_cast<const TriObject*>(objects[static_cast<size_t>(gn.mesh)]);
+        MorphTargets morph = im.morph;
+        if (!gn.weights.empty()) morph.weights.assign(gn.weights.begin(), gn.weights.end());
+        for (const Track& w : weightTracks)
+          if (w.node == i)
+            morph.times = w.times, morph.values = w.values, morph.step = w.interp == Interp::Step;
+        SkinBinding skin;
+        if (skinned) skin.joint = im.joints, skin.weight = im.weights;
+        auto obj =
+            std::make_unique<DeformingMeshObject>(tri->mesh, std::move(morph), std::move(skin));
+        deforming.emplace_back(i, obj.get());
+        n->SetObjectRef(scene.AddObject(std::move(obj)));
+      } else {
+        n->SetObjectRef(objects[static_cast<size_t>(gn.mesh)]);
+      }
       n->SetMtl(meshMtl[static_cast<size_t>(gn.mesh)]);
     } else {
       n = scene.CreateNode(
@@ -715,7 +853,24 @@ bool ImportGltf(Scene& scene, const std::string& path, std::string& error) {
       n->EnsureVisController().SetValue(0, 0.0f, false);
   }
 
+  // Skins refer to joint nodes, which exist only now.
+  for (auto [i, obj] : deforming) {
+    obj->SetOwner(made[static_cast<size_t>(i)]);
+    const int si = m.nodes[static_cast<size_t>(i)].skin;
+    if (si < 0 || obj->Skin().joint.empty()) continue;
+    SkinBinding& skin = obj->Skin();
+    skin.joints.clear();
+    for (int j : m.skins[static_cast<size_t>(si)].joints)
+      skin.joints.push_back(j >= 0 && j < nn ? made[static_cast<size_t>(j)] : nullptr);
+    skin.inverseBind.assign(skin.joints.size(), Matrix3());
+    for (size_t j = 0; j < skin.joints.size() && j < skinBinds[static_cast<size_t>(si)].size(); ++j)
+      skin.inverseBind[j] = skinBinds[static_cast<size_t>(si)][j];
+  }
+
   TimeValue first = kTimePosInfinity, last = kTimeNegInfinity;
+  for (const Track& w : weightTracks)
+    if (made[static_cast<size_t>(w.node)] && !w.times.empty())
+      first = std::min(first, w.times.front()), last = std::max(last, w.times.back());
   for (const Track& tr : tracks) {
     SceneNode* n = made[static_cast<size_t>(tr.node)];
     if (!n || tr.times.empty()) continue;

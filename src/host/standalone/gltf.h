@@ -10,8 +10,10 @@
 // hierarchy (nodes without a mesh become point helpers), translation, rotation and scale
 // animations (STEP -> Step, LINEAR -> Linear, CUBICSPLINE -> Bezier with the file's
 // tangents), and node visibility from KHR_node_visibility, static or animated through
-// KHR_animation_pointer (a Step track of 0 and 1). The animation range becomes the whole
-// frames that cover every key.
+// KHR_animation_pointer (a Step track of 0 and 1). Meshes with morph targets (weights static
+// or animated) or a skin (JOINTS_0 and WEIGHTS_0, joints and inverse bind matrices) become a
+// deforming object per node that evaluates them at every time. The animation range becomes
+// the whole frames that cover every key.
 //
 // Export: every node with its name and hierarchy, geometry as one primitive per material id
 // (corners unwelded), materials as base colours, and position, rotation and scale tracks:
