@@ -126,6 +126,11 @@ int ReduceControllerKeys(host::Hold& hold, host::Control& c, const Interval& ran
 
   hold.Suspend();
   const std::unique_ptr<host::Control> work = c.Clone();
+  // A deletion is tried on a small copy holding only the keys around it, so that a key that
+  // stays costs nothing on the whole track: only kept deletions touch `work`.
+  const std::unique_ptr<host::Control> local = work ? work->Clone() : nullptr;
+  const std::unique_ptr<host::TrackClip> none = local ? local->CopyTrack(Interval()) : nullptr;
+  const Interval always(kTimeNegInfinity, kTimePosInfinity);
   int removed = 0;
   if (work) {
     const int reach = work->KeyReach();
@@ -133,11 +138,11 @@ int ReduceControllerKeys(host::Hold& hold, host::Control& c, const Interval& ran
       const TimeValue kt = *it;
       const int i = work->GetKeyIndex(kt);
       if (i < 0) continue;
+      const int n = work->NumKeys();
       // The samples the deletion can change: those between the keys `reach` away (both
       // ends included, as the segments that start there are recomputed), or every one.
       size_t lo = 0, hi = times.size();
       if (reach > 0) {
-        const int n = work->NumKeys();
         if (i - reach >= 0)
           lo = static_cast<size_t>(
               std::lower_bound(times.begin(), times.end(), work->GetKeyTime(i - reach)) -
@@ -153,16 +158,29 @@ int ReduceControllerKeys(host::Hold& hold, host::Control& c, const Interval& ran
         continue;
       }
       const Interval instant(kt, kt);
-      const std::unique_ptr<host::TrackClip> saved = work->CopyTrack(instant);
-      if (!saved) continue;  // a key that cannot be put back is never taken away
-      work->DeleteKey(i);
+      // Those samples depend on the keys up to `reach` + 1 beyond the window's ends; one more
+      // on each side keeps the copy's own ends away from them.
+      std::unique_ptr<host::TrackClip> around;
+      if (reach > 0 && local && none) {
+        const TimeValue a = work->GetKeyTime(std::max(0, i - reach - 2));
+        const TimeValue b = work->GetKeyTime(std::min(n - 1, i + reach + 2));
+        around = work->CopyTrack(Interval(a, b));
+      }
       bool keep = false;
-      for (size_t j = lo; j < hi && !keep; ++j)
-        keep = Distance2(kind, ref[j], Flatten(kind, work->GetValue(times[j]))) > limit;
-      if (keep)
-        work->PasteTrack(*saved, instant);
-      else
-        ++removed;
+      if (around && local->PasteTrack(*none, always) && local->PasteTrack(*around, always)) {
+        local->DeleteKey(local->GetKeyIndex(kt));
+        for (size_t j = lo; j < hi && !keep; ++j)
+          keep = Distance2(kind, ref[j], Flatten(kind, local->GetValue(times[j]))) > limit;
+        if (!keep) work->DeleteKey(i);
+      } else {
+        const std::unique_ptr<host::TrackClip> saved = work->CopyTrack(instant);
+        if (!saved) continue;  // a key that cannot be put back is never taken away
+        work->DeleteKey(i);
+        for (size_t j = lo; j < hi && !keep; ++j)
+          keep = Distance2(kind, ref[j], Flatten(kind, work->GetValue(times[j]))) > limit;
+        if (keep) work->PasteTrack(*saved, instant);
+      }
+      if (!keep) ++removed;
     }
   }
   hold.Resume();

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "geom/affine.h"
@@ -335,10 +336,12 @@ class KeyControl final : public KeyControlBase {
     return true;
   }
 
+  // Keys are sorted by time: a stretch is found by binary search, so saving and restoring one
+  // key (as reduction does for every key it tries) does not walk the whole track.
   std::unique_ptr<host::TrackClip> CopyTrack(const Interval& range) const override {
     auto clip = std::make_unique<KeyClip<T>>();
-    for (const auto& k : d_->keys)
-      if (range.InInterval(k.t)) clip->keys.push_back(k);
+    const auto [from, to] = Stretch(range);
+    clip->keys.assign(d_->keys.begin() + from, d_->keys.begin() + to);
     return clip;
   }
   bool PasteTrack(const host::TrackClip& clip, const Interval& range) override {
@@ -346,7 +349,8 @@ class KeyControl final : public KeyControlBase {
     if (!c) return false;
     Hold();
     auto& k = d_->keys;
-    std::erase_if(k, [&](const Key<T>& key) { return range.InInterval(key.t); });
+    const auto [from, to] = Stretch(range);
+    k.erase(k.begin() + from, k.begin() + to);
     for (const auto& key : c->keys) {
       if (!range.InInterval(key.t)) continue;
       const auto it = std::lower_bound(k.begin(), k.end(), key.t,
@@ -432,6 +436,16 @@ class KeyControl final : public KeyControlBase {
 
  private:
   bool InRange(int i) const { return i >= 0 && i < static_cast<int>(d_->keys.size()); }
+  // Indices [from, to) of the keys within range.
+  std::pair<ptrdiff_t, ptrdiff_t> Stretch(const Interval& range) const {
+    const auto& k = d_->keys;
+    if (range.IsEmpty()) return {0, 0};
+    const auto a = std::lower_bound(k.begin(), k.end(), range.Start(),
+                                    [](const Key<T>& key, TimeValue x) { return key.t < x; });
+    const auto b = std::upper_bound(a, k.end(), range.End(),
+                                    [](TimeValue x, const Key<T>& key) { return x < key.t; });
+    return {a - k.begin(), b - k.begin()};
+  }
   bool SameFamily(ControlKind k) const {
     auto fam = [](ControlKind x) { return x == ControlKind::Position ? ControlKind::Point3 : x; };
     return fam(k) == fam(kind_);
