@@ -194,6 +194,22 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   demo->add_option("--rows", dm.rows, "Rows of bricks")->check(CLI::Range(1, 1000));
   demo->add_option("--frames", dm.frames, "Frames to simulate")->check(CLI::Range(1, 10000));
 
+  PanelArgs pa;
+  CLI::App* panel = app.add_subcommand(
+      "panel", "Drive the cache object's rollouts: press, type, choose; print what they show");
+  panel->add_option("file", pa.file, "Cache file (.kvc) to load, or a scene file");
+  panel->add_option("--node", pa.node, "The cache object's node in a scene file");
+  panel->add_option("-d,--do", pa.actions,
+                    "An action, in order: 'press C', 'shift press C', 'type C VALUE', "
+                    "'choose C ITEM', 'select C ROWS' (C: a control id or caption)");
+  panel->add_option("--file-answer", pa.fileAnswers, "Path chosen in the next file dialog");
+  panel->add_option("--pick", pa.picks, "Node clicked in a pick mode ('-': empty space)");
+  panel->add_option("--by-name", pa.byName, "Nodes chosen by name, comma-separated");
+  panel->add_option("--elements", pa.elements, "Element filter chosen in the element dialog");
+  panel->add_option("--group-name", pa.groupNames, "Answer to the group name dialog");
+  panel->add_flag("--all", pa.all, "Show the closed rollouts too");
+  panel->add_option("--save", pa.save, "Write the scene file here afterwards");
+
   RefuseNonFinite(app);
   try {
     app.parse(argc, argv);
@@ -245,6 +261,7 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     if (play->parsed()) return RunPlay(pl, common, out, err);
     if (explode->parsed()) return RunExplode(ex, common, out, err);
     if (demo->parsed()) return RunDemo(dm, common, out, err);
+    if (panel->parsed()) return RunPanel(pa, common, out, err);
   } catch (const std::exception& e) {
     // Allocation failures and the like: report rather than abort.
     err << "kvcache: " << e.what() << '\n';

@@ -8,6 +8,7 @@
 #include "host/standalone/objects.h"
 #include "object/params.h"
 #include "scene_io.h"
+#include "script/cache_fns.h"
 #include "script/literal.h"
 #include "script/param_access.h"
 
@@ -263,8 +264,9 @@ int RunList(const ListArgs& a, const CommonArgs&, std::ostream& out, std::ostrea
     for (int32_t i = 0; i < groups.count(); ++i) {
       const ElementGroup& g = groups.at(i);
       out << "\tgroup \"" << g.name() << "\"" << (i == groups.getSelected() ? " (selected)" : "")
-          << ": mode " << g.mode << ", " << (g.enabled ? "enabled" : "disabled") << ", "
-          << g.elements().size() << " element" << (g.elements().size() == 1 ? "" : "s") << '\n';
+          << ": #" << script::GroupModeName(g.mode) << ", " << (g.enabled ? "enabled" : "disabled")
+          << ", " << g.elements().size() << " element" << (g.elements().size() == 1 ? "" : "s")
+          << '\n';
     }
   }
   return kExitOk;

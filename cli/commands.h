@@ -106,6 +106,19 @@ struct DemoArgs {
   int columns = 40, rows = 50, frames = 60;
 };
 
+struct PanelArgs {
+  std::string file;                      // a .kvc to load, or a scene file; empty: no cache
+  std::string node = "KV Cache";         // the cache object's node in a scene file
+  std::vector<std::string> actions;      // "press C", "shift press C", "type C V", ...
+  std::vector<std::string> fileAnswers;  // paths for the open and save dialogs, in order
+  std::vector<std::string> picks;        // node names clicked in pick modes ("-": empty space)
+  std::vector<std::string> byName;       // comma lists chosen in select-by-name dialogs
+  std::vector<std::string> elements;     // filters for element list dialogs (all matches, OK)
+  std::vector<std::string> groupNames;   // answers to the group name dialog
+  bool all = false;                      // show closed rollouts too
+  std::string save;                      // write the scene here afterwards
+};
+
 int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunInfo(const InfoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunPlay(const PlayArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
@@ -119,6 +132,7 @@ int RunSet(const ParamArgs& a, const CommonArgs& c, std::ostream& out, std::ostr
 int RunAddLight(const LightArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunGizmo(const GizmoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunList(const ListArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunPanel(const PanelArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunDemo(const DemoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 
 }  // namespace kv::cli

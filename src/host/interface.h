@@ -14,6 +14,7 @@
 #include "geom/time.h"
 #include "host/codepage.h"
 #include "host/controller.h"
+#include "host/pick.h"
 #include "host/scene.h"
 #include "host/undo.h"
 
@@ -111,6 +112,25 @@ class Interface {
                               std::string& path) = 0;
   // Text for the script listener.
   virtual void ListenerPrint(const std::string& text) = 0;
+  // The prompt line; pushes and pops nest.
+  virtual void PushPrompt(const std::string& text) { (void)text; }
+  virtual void PopPrompt() {}
+  // Starts a viewport pick mode driven by `cb` until it ends itself or the user leaves it.
+  virtual void SetPickMode(PickModeCallback& cb) { (void)cb; }
+  // The select-by-name dialog; false when the user cancels (or the host has none).
+  virtual bool DoHitByNameDialog(HitByNameDlgCallback& cb) {
+    (void)cb;
+    return false;
+  }
+  // Runs one of the system's dialogs modally; its result (0: cancelled, or no dialog shown).
+  virtual int DoModalDialog(ModalDialog& dlg) {
+    (void)dlg;
+    return 0;
+  }
+  // The host's keyboard shortcuts, off while the user types into one of the system's fields.
+  virtual void EnableAccelerators(bool on) { (void)on; }
+  // Whether the viewports draw through the retained-mode pipeline (no forced wireframe there).
+  virtual bool IsRetainedModeViewport() const { return false; }
 
   // ---- files and libraries
   // Full path of an asset name, or "" when it cannot be resolved.

@@ -67,6 +67,10 @@ float FloatArg(const std::vector<Value>& args, size_t i) {
 
 }  // namespace
 
+std::string_view GroupModeName(uint32_t mode) {
+  return mode < kNumGroupModes ? kModeNames[mode] : std::string_view();
+}
+
 void SetExplodeOps(ExplodeOps* ops) {
   gExplodeOps = ops;
 }

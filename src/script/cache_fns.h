@@ -8,6 +8,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "geom/time.h"
@@ -187,6 +188,9 @@ class CacheFns final : public kvCache_mxs {
 
   kvCache_obj& obj_;
 };
+
+// A group mode as scripts name it ("delete", "holdin", ...); "" for a value no mode has.
+std::string_view GroupModeName(uint32_t mode);
 
 // The controllers a `reduceKeys` argument names: a controller as it is, a node's position,
 // rotation and scale controllers, an array mixing both. Raises the controller-parameter error

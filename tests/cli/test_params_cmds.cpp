@@ -204,6 +204,10 @@ TEST_F(ParamCommands, ALightKeyedAcrossTheElementsTriggersThem) {
   const Outcome listed = Call({"scene", "list", scene_});
   EXPECT_NE(listed.out.find("Omni\tomni light\n"), std::string::npos) << listed.out;
   EXPECT_NE(listed.out.find("\ttriggerMode = 1\n"), std::string::npos) << listed.out;
+  ASSERT_EQ(Call({"call", scene_, "Wall", "addGroup", "groupName:\"Debris\"", "--save"}).code, 0);
+  EXPECT_NE(Call({"scene", "list", scene_})
+                .out.find("\tgroup \"Debris\": #holdin, enabled, 0 elements\n"),
+            std::string::npos);
 }
 
 }  // namespace

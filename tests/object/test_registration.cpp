@@ -2,7 +2,6 @@
 // creation drag that places a new object and sizes its icon.
 #include <gtest/gtest.h>
 
-
 #include "cache/registry.h"
 #include "host/standalone/scene.h"
 #include "object/cache_obj.h"

@@ -6,6 +6,7 @@
 #include "cache/registry.h"
 #include "host/max/max_host.h"
 #include "host/max/mesh_convert.h"
+#include "host/max/rollouts.h"
 #include "host/max/save_load.h"
 #include "object/cache_obj.h"
 #include "object/params.h"
@@ -54,6 +55,7 @@ MaxCacheObject::MaxCacheObject(std::unique_ptr<kvCache_obj> core) : core_(std::m
 }
 
 MaxCacheObject::~MaxCacheObject() {
+  panel_.reset();
   Owners().erase(core_.get());
 }
 
@@ -97,6 +99,16 @@ ReferenceTarget* MaxCacheObject::Clone(RemapDir& remap) {
   if (!clone) return nullptr;
   BaseClone(this, clone, remap);
   return clone;
+}
+
+void MaxCacheObject::BeginEditParams(IObjParam* ip, ULONG flags, Animatable* prev) {
+  SimpleObject2::BeginEditParams(ip, flags, prev);
+  panel_ = std::make_unique<MaxPanel>(ip, *core_);
+}
+
+void MaxCacheObject::EndEditParams(IObjParam* ip, ULONG flags, Animatable* next) {
+  panel_.reset();
+  SimpleObject2::EndEditParams(ip, flags, next);
 }
 
 ::IOResult MaxCacheObject::Save(::ISave* isave) {

@@ -13,6 +13,8 @@ class kvCache_obj;
 
 namespace kv::max {
 
+class MaxPanel;
+
 class MaxCacheObject final : public SimpleObject2, public registration::CreationTarget {
  public:
   // A new object, or null when memory cannot be had; `loading` as the descriptor got it.
@@ -29,6 +31,8 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
   SClass_ID SuperClassID() override { return GEOMOBJECT_CLASS_ID; }
   void GetClassName(MSTR& s, bool localized = true) const override;
   ReferenceTarget* Clone(RemapDir& remap) override;
+  void BeginEditParams(IObjParam* ip, ULONG flags, Animatable* prev = nullptr) override;
+  void EndEditParams(IObjParam* ip, ULONG flags, Animatable* next = nullptr) override;
   ::IOResult Save(::ISave* isave) override;
   ::IOResult Load(::ILoad* iload) override;
   void DeleteThis() override { delete this; }
@@ -45,6 +49,7 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
  private:
   explicit MaxCacheObject(std::unique_ptr<kvCache_obj> core);
   std::unique_ptr<kvCache_obj> core_;
+  std::unique_ptr<MaxPanel> panel_;  // between BeginEditParams and EndEditParams
 };
 
 }  // namespace kv::max

@@ -120,6 +120,63 @@ bool MaxNode::SetVisController(std::unique_ptr<host::Control> c) {
   return true;
 }
 
+// The SDK's pick mode over the core's: the core's filter decides what the cursor offers, its
+// Pick what a click does.
+class MaxHost::PickMode final : public PickModeCallback, public PickNodeCallback {
+ public:
+  explicit PickMode(MaxHost& host) : host_(host) {}
+  void Start(host::PickModeCallback& cb) { cb_ = &cb; }
+
+  BOOL HitTest(IObjParam* ip, HWND hWnd, ViewExp*, ::IPoint2 m, int) override {
+    return ip->PickNode(hWnd, m, this) != nullptr;
+  }
+  BOOL Pick(IObjParam*, ViewExp* vpt) override {
+    return cb_ && cb_->Pick(host_.Wrap(vpt->GetClosestHit())) ? TRUE : FALSE;
+  }
+  void EnterMode(IObjParam*) override {
+    if (cb_) cb_->EnterMode();
+  }
+  void ExitMode(IObjParam*) override {
+    if (cb_) cb_->ExitMode();
+  }
+  PickNodeCallback* GetFilter() override { return this; }
+  BOOL Filter(::INode* node) override {
+    return cb_ && node && cb_->Filter(host_.Wrap(node)) ? TRUE : FALSE;
+  }
+
+ private:
+  MaxHost& host_;
+  host::PickModeCallback* cb_ = nullptr;
+};
+
+MaxHost::MaxHost() : pick_(std::make_unique<PickMode>(*this)) {}
+MaxHost::~MaxHost() = default;
+
+void MaxHost::SetPickMode(host::PickModeCallback& cb) {
+  pick_->Start(cb);
+  Core()->SetPickMode(pick_.get());
+}
+
+namespace {
+
+// The system's modal dialogs close on OK or Cancel; what they show comes with the template.
+INT_PTR CALLBACK ModalProc(HWND hwnd, UINT msg, WPARAM wp, LPARAM) {
+  if (msg == WM_INITDIALOG) return TRUE;
+  if (msg == WM_COMMAND && (LOWORD(wp) == IDOK || LOWORD(wp) == IDCANCEL)) {
+    EndDialog(hwnd, LOWORD(wp));
+    return TRUE;
+  }
+  return FALSE;
+}
+
+}  // namespace
+
+int MaxHost::DoModalDialog(host::ModalDialog& dlg) {
+  const INT_PTR r = DialogBoxParamW(ModuleHandle(), MAKEINTRESOURCEW(dlg.TemplateId()),
+                                    Core()->GetMAXHWnd(), ModalProc, 0);
+  return r == IDOK ? IDOK : 0;
+}
+
 MaxNode* MaxHost::Wrap(::INode* n) const {
   if (!n) return nullptr;
   auto& slot = nodes_[n];

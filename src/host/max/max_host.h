@@ -65,6 +65,8 @@ class MaxNode final : public host::Node {
 
 class MaxHost final : public host::Interface {
  public:
+  MaxHost();
+  ~MaxHost() override;
   // ---- time
   TimeValue GetTime() const override { return Core()->GetTime(); }
   void SetTime(TimeValue t) override { Core()->SetTime(t, FALSE); }
@@ -127,6 +129,17 @@ class MaxHost final : public host::Interface {
   bool OpenFileDialog(const std::string& title, const std::string& filter,
                       std::string& path) override;
   void ListenerPrint(const std::string&) override {}
+  void PushPrompt(const std::string& text) override { Core()->PushPrompt(Widen(text).c_str()); }
+  void PopPrompt() override { Core()->PopPrompt(); }
+  void SetPickMode(host::PickModeCallback& cb) override;
+  int DoModalDialog(host::ModalDialog& dlg) override;
+  void EnableAccelerators(bool on) override {
+    if (on) {
+      ::EnableAccelerators();
+    } else {
+      ::DisableAccelerators();
+    }
+  }
 
   // ---- files and libraries
   std::string ResolveAssetPath(const std::string& name) const override;
@@ -142,6 +155,8 @@ class MaxHost final : public host::Interface {
   MaxNode* Wrap(::INode* n) const;
 
  private:
+  class PickMode;
+  std::unique_ptr<PickMode> pick_;
   host::Node* Place(::Object* obj, const std::string& name);
   static ::Interface* Core() { return GetCOREInterface(); }
   MaxHold hold_;

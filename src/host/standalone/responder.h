@@ -3,6 +3,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,6 +22,19 @@ struct Responder {
   // Answers to Escape polls, one per poll. Empty: not pressed.
   std::deque<bool> escAnswers;
   bool shiftDown = false;
+  // Clicks of a viewport pick mode, oldest first: a node name, or "" for empty space. A name
+  // that is not in the scene, or that the mode's filter rejects, is a click on nothing and
+  // leaves the mode on. When the clicks run out the user leaves the mode.
+  std::deque<std::string> picks;
+  // Answers to select-by-name dialogs: the names chosen, or nullopt for Cancel. Empty:
+  // Cancel. Names the dialog does not offer (hidden, or rejected by the filter) are ignored.
+  std::deque<std::optional<std::vector<std::string>>> byNameAnswers;
+  // What the user does in the system's modal dialogs, oldest first; each returns the dialog's
+  // result. Empty: Cancel (0).
+  std::deque<std::function<int(host::ModalDialog&)>> dialogActions;
+  // The prompt line as a stack, and whether the host's shortcuts are on.
+  std::vector<std::string> prompts;
+  bool accelerators = true;
 
   // Escape reads as pressed on the n-th poll from now (n >= 1).
   void PressEscAfter(int polls) {
@@ -29,8 +43,10 @@ struct Responder {
   }
 
   struct Shown {
-    enum class What { MessageBox, SaveDialog, OpenDialog } what;
-    std::string title, text;  // a dialog's text is its proposed name or filter
+    enum class What { MessageBox, SaveDialog, OpenDialog, PickMode, ByName, Dialog } what;
+    // A file dialog's text is its proposed name or filter; a select-by-name dialog's its
+    // button; a modal dialog's title is its template id.
+    std::string title, text;
     host::MsgBoxKind kind = host::MsgBoxKind::Info;
   };
   std::vector<Shown> log;

@@ -552,6 +552,51 @@ bool Scene::OpenFileDialog(const std::string& title, const std::string& filter, 
   return AnswerDialog(responder_, path);
 }
 
+void Scene::SetPickMode(host::PickModeCallback& cb) {
+  responder_.log.push_back({Responder::Shown::What::PickMode, {}, {}});
+  cb.EnterMode();
+  while (!responder_.picks.empty()) {
+    const std::string name = responder_.picks.front();
+    responder_.picks.pop_front();
+    if (name.empty()) {
+      if (cb.Pick(nullptr)) break;
+      continue;
+    }
+    SceneNode* n = FindNode(name);
+    if (!n || n->IsDeleted() || !cb.Filter(n)) continue;  // nothing pickable under the cursor
+    if (cb.Pick(n)) break;
+  }
+  cb.ExitMode();
+}
+
+bool Scene::DoHitByNameDialog(host::HitByNameDlgCallback& cb) {
+  responder_.log.push_back({Responder::Shown::What::ByName, cb.dialogTitle(), cb.buttonText()});
+  if (responder_.byNameAnswers.empty()) return false;
+  const std::optional<std::vector<std::string>> a = responder_.byNameAnswers.front();
+  responder_.byNameAnswers.pop_front();
+  if (!a) return false;
+  const bool all = cb.showHiddenAndFrozen();
+  std::vector<host::Node*> chosen;
+  for (const std::string& name : *a) {
+    SceneNode* n = FindNode(name);
+    if (!n || n->IsDeleted() || (!all && n->IsHidden())) continue;
+    if (cb.useFilter() && !cb.filter(n)) continue;
+    if (std::find(chosen.begin(), chosen.end(), n) != chosen.end()) continue;
+    chosen.push_back(n);
+    if (cb.singleSelect()) break;
+  }
+  if (cb.useProc()) cb.proc(chosen);
+  return true;
+}
+
+int Scene::DoModalDialog(host::ModalDialog& dlg) {
+  responder_.log.push_back({Responder::Shown::What::Dialog, std::to_string(dlg.TemplateId()), {}});
+  if (responder_.dialogActions.empty()) return 0;
+  const auto act = std::move(responder_.dialogActions.front());
+  responder_.dialogActions.pop_front();
+  return act(dlg);
+}
+
 void Scene::ListenerPrint(const std::string& text) {
   if (listenerStdout_) {
     std::cout << text;

@@ -164,6 +164,14 @@ class Scene final : public host::Interface {
   bool OpenFileDialog(const std::string& title, const std::string& filter,
                       std::string& path) override;
   void ListenerPrint(const std::string& text) override;
+  void PushPrompt(const std::string& text) override { responder_.prompts.push_back(text); }
+  void PopPrompt() override {
+    if (!responder_.prompts.empty()) responder_.prompts.pop_back();
+  }
+  void SetPickMode(host::PickModeCallback& cb) override;
+  bool DoHitByNameDialog(host::HitByNameDlgCallback& cb) override;
+  int DoModalDialog(host::ModalDialog& dlg) override;
+  void EnableAccelerators(bool on) override { responder_.accelerators = on; }
   // An absolute name as it is; a relative one when it exists relative to the working folder
   // or the asset folder (as an absolute path); else "".
   std::string ResolveAssetPath(const std::string& name) const override;

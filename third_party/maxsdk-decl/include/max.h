@@ -351,8 +351,11 @@ class INode : public ReferenceTarget {
   virtual ObjectState EvalWorldState(TimeValue time, BOOL evalHidden = TRUE) = 0;
 };
 
+class PickModeCallback;
+class PickNodeCallback;
 class ViewExp {
  public:
+  virtual INode* GetClosestHit() = 0;
   virtual Point3 SnapPoint(const IPoint2& in, IPoint2& out, Matrix3* plane2d = nullptr,
                            DWORD flags = 0) = 0;
 };
@@ -396,6 +399,8 @@ class LightObject : public Object {
 };
 
 // ---- the application (maxapi.h)
+#define APPENDROLL_CLOSED (1 << 0)
+#define ROLLUP_CAT_STANDARD 4000
 class Interface {
  public:
   virtual HWND GetMAXHWnd() const = 0;
@@ -416,14 +421,39 @@ class Interface {
   virtual void* CreateInstance(SClass_ID superID, Class_ID classID) = 0;
   virtual void DeleteNode(INode* node, BOOL redraw = TRUE, BOOL overrideSlaves = FALSE) = 0;
   virtual void ReplacePrompt(const MCHAR* s) = 0;
+  virtual void PushPrompt(const MCHAR* s) = 0;
+  virtual void PopPrompt() = 0;
+  virtual void SetPickMode(PickModeCallback* p) = 0;
+  virtual INode* PickNode(HWND hWnd, IPoint2 pt, PickNodeCallback* filt = nullptr) = 0;
   virtual BOOL ProgressStart(const MCHAR* title, BOOL dispBar, LPTHREAD_START_ROUTINE fn,
                              LPVOID arg) = 0;
   virtual void ProgressUpdate(int pct, BOOL showPct = TRUE, const MCHAR* title = nullptr) = 0;
   virtual void ProgressEnd() = 0;
   virtual BOOL GetCancel() = 0;
   virtual void SetCancel(BOOL sw) = 0;
+  virtual HWND AddRollupPage(HINSTANCE hInst, const MCHAR* dlgTemplate, DLGPROC dlgProc,
+                             const MCHAR* title, LPARAM param = 0, DWORD flags = 0,
+                             int category = ROLLUP_CAT_STANDARD) = 0;
+  virtual void DeleteRollupPage(HWND hRollup) = 0;
   virtual int LoadMaterialLib(const MCHAR* name, MtlBaseLib* lib = nullptr) = 0;
   virtual int SaveMaterialLib(const MCHAR* name, MtlBaseLib* lib = nullptr) = 0;
 };
 class IObjParam : public Interface {};
+
+// Viewport picking (mouseman.h, maxapi.h).
+class PickNodeCallback {
+ public:
+  virtual ~PickNodeCallback();
+  virtual BOOL Filter(INode* node) = 0;
+};
+class PickModeCallback : public InterfaceServer {
+ public:
+  virtual BOOL HitTest(IObjParam* ip, HWND hWnd, ViewExp* vpt, IPoint2 m, int flags) = 0;
+  virtual BOOL Pick(IObjParam* ip, ViewExp* vpt) = 0;
+  virtual void EnterMode(IObjParam* ip);
+  virtual void ExitMode(IObjParam* ip);
+  virtual PickNodeCallback* GetFilter();
+};
+void EnableAccelerators();
+void DisableAccelerators();
 Interface* GetCOREInterface();

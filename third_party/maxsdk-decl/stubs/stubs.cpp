@@ -334,3 +334,11 @@ ReferenceTarget* ReferenceTarget::Clone(RemapDir&) {
   return nullptr;
 }
 void ReferenceTarget::BaseClone(ReferenceTarget*, ReferenceTarget*, RemapDir&) {}
+void PickModeCallback::EnterMode(IObjParam*) {}
+void PickModeCallback::ExitMode(IObjParam*) {}
+PickNodeCallback* PickModeCallback::GetFilter() {
+  return nullptr;
+}
+void EnableAccelerators() {}
+void DisableAccelerators() {}
+PickNodeCallback::~PickNodeCallback() {}
