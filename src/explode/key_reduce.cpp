@@ -79,6 +79,21 @@ float Distance2(ControlKind kind, const Flat& a, const Flat& b) {
   return d;
 }
 
+// How far one key shapes the curve: deleting key i changes the track only between the keys
+// `reach` away (and beyond the ends when those do not exist). Step and linear segments depend
+// on their own two keys; Bezier and TCB tangents on the neighbours too. 0: the whole track.
+int KeyReach(const host::Control& c) {
+  switch (c.GetInterp()) {
+    case host::Interp::Step:
+    case host::Interp::Linear:
+      return 1;
+    case host::Interp::Bezier:
+    case host::Interp::TCB:
+      return 2;
+  }
+  return 0;
+}
+
 }  // namespace
 
 bool IsReducible(ControlKind kind) {
@@ -133,7 +148,7 @@ int ReduceControllerKeys(host::Hold& hold, host::Control& c, const Interval& ran
   const Interval always(kTimeNegInfinity, kTimePosInfinity);
   int removed = 0;
   if (work) {
-    const int reach = work->KeyReach();
+    const int reach = KeyReach(*work);
     for (auto it = keys.rbegin(); it != keys.rend(); ++it) {
       const TimeValue kt = *it;
       const int i = work->GetKeyIndex(kt);

@@ -6,7 +6,8 @@
 // in the controller's own units (an angle in radians for rotations; scale factors only for
 // scales, not the stretch axes).
 //
-// Deleting a key changes the curve only near it (host::Control::KeyReach), and the curve was
+// Deleting a key changes the curve only near it (two keys away for Bezier and TCB keys, one
+// for step and linear keys, by the interpolation the controller reports), and the curve was
 // within the threshold everywhere before the deletion, so only the samples in that window are
 // compared: the same decisions as comparing every sample, at a cost that does not grow with
 // the length of the track.

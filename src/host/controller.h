@@ -81,11 +81,6 @@ class Control {
     return false;
   }
 
-  // How far one key shapes the curve: deleting key i changes the track's values only between
-  // the times of keys i - reach and i + reach (and beyond the ends when those keys do not
-  // exist). 0 when unknown: a deletion may then change the whole track.
-  virtual int KeyReach() const { return 0; }
-
   // Interpolation of a keyframe controller (Linear for anything else).
   virtual Interp GetInterp() const { return Interp::Linear; }
   // Tension, continuity and bias of key i (-1..1 each, 0 = smooth); false when the

@@ -361,13 +361,6 @@ class KeyControl final : public KeyControlBase {
   }
 
   Interp GetInterp() const override { return d_->interp; }
-  // Step and linear segments depend on their own two keys; Bezier and TCB tangents on the
-  // neighbours too, so a key reaches the segments up to its neighbours' neighbours. Matrix
-  // tracks blend linearly whatever their interpolation.
-  int KeyReach() const override {
-    if constexpr (std::is_same_v<T, Matrix3>) return 1;
-    return (d_->interp == Interp::Step || d_->interp == Interp::Linear) ? 1 : 2;
-  }
   bool GetKeyTCB(int i, float& tension, float& continuity, float& bias) const override {
     if (!InRange(i)) return false;
     const Key<T>& k = d_->keys[i];
