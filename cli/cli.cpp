@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cmath>
+#include <cstdio>
 #include <map>
 #include <ostream>
 
@@ -28,6 +29,28 @@ void RefuseNonFinite(CLI::App& app) {
   for (CLI::Option* o : app.get_options())
     if (o->get_type_name().rfind("FLOAT", 0) == 0) o->check(kFinite);
   for (CLI::App* sub : app.get_subcommands([](CLI::App*) { return true; })) RefuseNonFinite(*sub);
+}
+
+// "WxH" into the view's size.
+void AddViewOptions(CLI::App& cmd, ViewArgs& v) {
+  cmd.add_option_function<std::string>(
+         "--size",
+         [&v](const std::string& text) {
+           int w = 0, h = 0;
+           char tail = 0;
+           if (std::sscanf(text.c_str(), "%dx%d%c", &w, &h, &tail) != 2 || w < 16 || h < 16 ||
+               w > 16384 || h > 16384)
+             throw CLI::ValidationError("--size", "must be WxH, 16 to 16384 pixels each: " + text);
+           v.width = w, v.height = h;
+         },
+         "Picture size WxH (default 800x600)")
+      ->type_name("WxH");
+  cmd.add_option("--view", v.view, "persp, top, front or left (default persp)")
+      ->check(CLI::IsMember({"persp", "top", "front", "left"}));
+  cmd.add_flag("--wire", v.wire, "A wireframe viewport");
+  cmd.add_flag("--markers", v.markers, "Element markers (keeps invisible elements)");
+  cmd.add_flag("--icon", v.icon, "The object's icon");
+  cmd.add_flag("--boxes", v.boxes, "Elements as their bounding boxes");
 }
 
 }  // namespace
@@ -118,6 +141,33 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
                    "Largest change reduction allows (scene units; radians for rotations)")
       ->check(CLI::Range(0.0, 1e9));
   AddPlaybackOptions(*explode, ex, "--play-start");
+  RenderArgs rn;
+  CLI::App* render = app.add_subcommand(
+      "render", "Draw the cache object as the viewport shows it into a PNG picture");
+  render->add_option("input", rn.input, "Cache file (.kvc) or scene file with a cache object")
+      ->required()
+      ->check(CLI::ExistingFile);
+  render->add_option("--node", rn.node, "The cache node of a scene file (default: the first)");
+  auto* rFrame = render->add_option("--frame", rn.frame, "Scene frame (decimal)");
+  auto* rFrames =
+      render->add_option("--frames", rn.frames, "A:B:STEP: a contact sheet of these frames");
+  rFrame->excludes(rFrames);
+  render->add_option("-o,--output", rn.output, "Picture to write (.png)")->required();
+  AddViewOptions(*render, rn.view);
+  AddPlaybackOptions(*render, rn.play);
+
+  PickArgs pk;
+  CLI::App* pick = app.add_subcommand(
+      "pick", "Select the elements of a cache node at a pixel or in a window of its picture");
+  pick->add_option("scene", pk.scene, "Scene file")->required()->check(CLI::ExistingFile);
+  pick->add_option("node", pk.node, "The cache node")->required();
+  pick->add_option("--frame", pk.frame, "Scene frame (decimal)")->required();
+  auto* at = pick->add_option("--at", pk.at, "X,Y: the element under this pixel");
+  auto* win = pick->add_option("--window", pk.window, "X0,Y0,X1,Y1: the elements inside");
+  at->excludes(win);
+  pick->add_flag("--crossing", pk.crossing, "With --window: also elements the window touches");
+  pick->add_flag("--save", pk.save, "Save the selection into the scene file");
+  AddViewOptions(*pick, pk.view);
 
   CLI::App* scene = app.add_subcommand("scene", "Make scene files with cache objects");
   scene->require_subcommand(1);
@@ -219,11 +269,13 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     return app.exit(e, out, err);
   } catch (const CLI::ParseError& e) {
     const std::string first = argc > 1 ? argv[1] : "";
-    if (!first.empty() && first[0] != '-' && !record->parsed() && !info->parsed() &&
-        !play->parsed() && !explode->parsed() && !demo->parsed() && !scene->parsed() &&
-        !call->parsed() && !get->parsed() && !set->parsed())
+    bool known = false;
+    for (const CLI::App* sub : app.get_subcommands([](CLI::App*) { return true; }))
+      known = known || sub->parsed();
+    if (!first.empty() && first[0] != '-' && !known)
       err << "kvcache: unknown command '" << first
-          << "' (use record, info, play, explode, scene, call, get, set or demo)\n";
+          << "' (use record, info, play, explode, render, pick, panel, scene, call, get, set or "
+             "demo)\n";
     else
       err << "kvcache: " << e.what() << '\n';
     err << "Run with --help for more information.\n";
@@ -245,7 +297,20 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     return kExitUsage;
   }
 
+  if (render->parsed() && !rn.frame && rn.frames.empty()) {
+    err << "kvcache render: one of --frame or --frames is required\n"
+        << "Run with --help for more information.\n";
+    return kExitUsage;
+  }
+  if (pick->parsed() && pk.at.empty() && pk.window.empty()) {
+    err << "kvcache pick: one of --at or --window is required\n"
+        << "Run with --help for more information.\n";
+    return kExitUsage;
+  }
+
   try {
+    if (render->parsed()) return RunRender(rn, common, out, err);
+    if (pick->parsed()) return RunPick(pk, common, out, err);
     if (record->parsed()) return RunRecord(rec, common, out, err);
     if (info->parsed()) {
       return IsSceneFile(inf.file) ? RunSceneInfo(inf, common, out, err)

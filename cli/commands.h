@@ -59,6 +59,34 @@ struct ExplodeArgs : PlaybackArgs {
   float threshold = 0.02f;
 };
 
+// How a picture is taken: its size, the view, and what the object shows.
+struct ViewArgs {
+  int width = 800, height = 600;
+  std::string view = "persp";  // persp, top, front, left
+  bool wire = false;           // a wireframe viewport
+  bool markers = false;        // element markers (vpShowMarkers on, vpDeleteObjects off)
+  bool icon = false;           // the object's icon
+  bool boxes = false;          // elements as boxes (vpBoxMode)
+};
+struct RenderArgs {
+  std::string input;                // .kvc, or a scene file with a cache object
+  std::optional<std::string> node;  // the cache node of a scene (default: the first)
+  std::optional<double> frame;
+  std::string frames;  // "A:B:STEP": a contact sheet
+  std::string output;  // .png
+  ViewArgs view;
+  PlaybackArgs play;  // playback options, for a .kvc input
+};
+struct PickArgs {
+  std::string scene;
+  std::string node;
+  double frame = 0;
+  std::string at;      // "X,Y"
+  std::string window;  // "X0,Y0,X1,Y1"
+  bool crossing = false;
+  bool save = false;
+  ViewArgs view;
+};
 struct SceneNewArgs {
   std::string output;               // the scene file to write
   std::string cache;                // cache file the object plays (optional)
@@ -123,6 +151,8 @@ int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::
 int RunInfo(const InfoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunPlay(const PlayArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunExplode(const ExplodeArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunRender(const RenderArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunPick(const PickArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunSceneNew(const SceneNewArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunCall(const CallArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 // `info` on a scene file: the cache information report for the caches its objects play.

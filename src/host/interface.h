@@ -141,7 +141,7 @@ class Interface {
   // Puts the file `from` in the place of `to` in one step, replacing what was there; false,
   // with both files as they were, when that fails (a system that locks open files refuses to
   // replace one that is open).
-  virtual bool ReplaceFile(const std::string& from, const std::string& to);
+  virtual bool RenameOver(const std::string& from, const std::string& to);
 
   // ---- text
   // Names stored in files (cache elements, element groups) go through the host's 8-bit code
@@ -151,7 +151,7 @@ class Interface {
   virtual std::string FromCodePage(std::string_view bytes) const { return Cp1252ToUtf8(bytes); }
 };
 
-inline bool Interface::ReplaceFile(const std::string& from, const std::string& to) {
+inline bool Interface::RenameOver(const std::string& from, const std::string& to) {
   std::error_code ec;
   std::filesystem::rename(from, to, ec);
   return !ec;

@@ -64,6 +64,13 @@ class Mtl {
   virtual int NumSubMtls() const = 0;  // 0 for a plain material
   virtual Mtl* GetSubMtl(int i) const = 0;
   bool IsMultiMtl() const { return NumSubMtls() > 0; }
+  // The colour a shaded viewport shows the material in (a multi-material: its first
+  // sub-material's).
+  virtual Point3 GetDisplayColor() const {
+    for (int i = 0; i < NumSubMtls(); ++i)
+      if (const Mtl* m = GetSubMtl(i)) return m->GetDisplayColor();
+    return {0.5f, 0.5f, 0.5f};
+  }
 };
 
 // An ordered set of materials. Does not own them: the host keeps every material alive.
@@ -124,6 +131,11 @@ class Node {
   // Copies the node's display and render properties (wire colour, inherit visibility,
   // hidden state) from another node; not its name, transform, object or material.
   virtual void CopyProperties(const Node& from) { (void)from; }
+  // The object offset (object space to pivot); constant over time. By default what lies
+  // between the object and the node transform.
+  virtual Matrix3 GetObjOffsetTM() const { return GetObjectTM(0) * Inverse(GetNodeTM(0)); }
+  // Frozen nodes draw in the freeze colour and cannot be picked by the user.
+  virtual bool IsFrozen() const { return false; }
 
   // Evaluates the node's object at t to a triangle mesh in object space: geometry objects
   // convert, a shape only when it renders as a mesh. False for anything else or an empty mesh.

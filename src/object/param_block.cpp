@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <utility>
+#include <vector>
 
 #include "groups/chunk_io.h"
 
@@ -377,6 +380,23 @@ bool ParamBlock::Save(host::ISave& s) const {
     }
     s.EndChunk();
   }
+  // Controllers whose keys were all deleted: nothing above says they exist.
+  std::vector<std::pair<int32_t, uint32_t>> keyless;
+  for (const ParamDef& d : param::ParamDefs()) {
+    const auto& entries = slots_[d.id].entries;
+    for (size_t i = 0; d.Animatable() && i < entries.size(); ++i) {
+      const Entry& e = entries[i];
+      if (e.ctrl && e.controlled && e.ctrl->NumKeys() == 0)
+        keyless.emplace_back(d.id, static_cast<uint32_t>(i));
+    }
+  }
+  if (ok && !keyless.empty()) {
+    s.BeginChunk(kChunkKeylessControllers);
+    ok = io::WriteU32(s, static_cast<uint32_t>(keyless.size()));
+    for (const auto& [id, index] : keyless)
+      ok = ok && io::WriteI32(s, id) && io::WriteU32(s, index);
+    s.EndChunk();
+  }
   return ok;
 }
 
@@ -406,11 +426,21 @@ host::IOResult ParamBlock::Load(host::ILoad& l) {
   using host::IOResult;
   // Values are applied only once the whole stream has been read, so a bad file changes nothing.
   std::vector<std::pair<int, Slot>> loaded;
+  std::vector<std::pair<int32_t, uint32_t>> keyless;
   for (;;) {
     const IOResult open = l.OpenChunk();
     if (open == IOResult::End) break;
     if (open != IOResult::Ok) return IOResult::Error;
-    if (l.CurChunkID() == kChunkParam) {
+    if (l.CurChunkID() == kChunkKeylessControllers) {
+      uint32_t n;
+      if (!io::ReadU32(l, n)) return IOResult::Error;
+      for (uint32_t k = 0; k < n; ++k) {  // no reserve: n is not trusted
+        int32_t id;
+        uint32_t index;
+        if (!io::ReadI32(l, id) || !io::ReadU32(l, index)) return IOResult::Error;
+        keyless.emplace_back(id, index);
+      }
+    } else if (l.CurChunkID() == kChunkParam) {
       int32_t id;
       uint8_t type;
       uint32_t count;
@@ -462,6 +492,11 @@ host::IOResult ParamBlock::Load(host::ILoad& l) {
     if (l.CloseChunk() != IOResult::Ok) return IOResult::Error;
   }
   for (auto& [id, slot] : loaded) slots_[id] = std::move(slot);
+  for (const auto& [id, index] : keyless) {
+    const ParamDef* d = Def(id);
+    Entry* e = index <= INT32_MAX ? At(id, static_cast<int>(index)) : nullptr;
+    if (d && d->Animatable() && e && e->ctrl) e->controlled = true;
+  }
   return IOResult::Ok;
 }
 

@@ -122,6 +122,8 @@ class ParamBlock {
   //       animatable       f32 constant value, u32 key count, keys as (i32 tick, f32 value)
   //       int, bool        i32
   //       float, world     f32
+  //   chunk 0x0003, only when some animatable entry has a controller but no keys (see
+  //     IsControlled): u32 count, then per entry i32 id, u32 index
   // Nodes are stored by name and found again by name on first use after loading (the scene's
   // nodes may load after the object). Keys keep time and value; their interpolation is the
   // host's default for new keys. Chunks and parameters the block does not know are skipped.
@@ -132,6 +134,7 @@ class ParamBlock {
 
   static constexpr uint16_t kChunkHeader = 0x0001;
   static constexpr uint16_t kChunkParam = 0x0002;
+  static constexpr uint16_t kChunkKeylessControllers = 0x0003;
   static constexpr uint32_t kFormatVersion = 1;
 
  private:

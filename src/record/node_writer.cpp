@@ -22,8 +22,9 @@ class NodeListSource final : public KelvaneTools::ElementSource {
     return p ? p->name : nodes_[static_cast<size_t>(i)]->GetName();
   }
   bool CaptureMesh(int i, TimeValue t, bool render, Mesh& out) override {
-    if (const DeformPiece* p = pieces_[static_cast<size_t>(i)]) {
-      out = p->mesh;
+    if (DeformPiece* p = pieces_[static_cast<size_t>(i)]) {
+      // Captured once: the writer keeps the mesh, the piece needs only its transforms.
+      out = std::move(p->mesh);
       return out.numVerts() > 0 && out.numFaces() > 0;
     }
     return nodes_[static_cast<size_t>(i)]->EvalTriMesh(t, render, out);
@@ -51,7 +52,7 @@ class NodeListSource final : public KelvaneTools::ElementSource {
   }
   int FrameRate() const override { return ip_.GetFrameRate(); }
 
-  void Push(host::Node* n, const DeformPiece* p) { nodes_.push_back(n), pieces_.push_back(p); }
+  void Push(host::Node* n, DeformPiece* p) { nodes_.push_back(n), pieces_.push_back(p); }
   void Pop() { nodes_.pop_back(), pieces_.pop_back(); }
   int Size() const { return static_cast<int>(nodes_.size()); }
 
@@ -59,7 +60,7 @@ class NodeListSource final : public KelvaneTools::ElementSource {
   host::Interface& ip_;
   RecordRange range_;
   std::vector<host::Node*> nodes_;
-  std::vector<const DeformPiece*> pieces_;  // null for a node recorded as it is
+  std::vector<DeformPiece*> pieces_;  // null for a node recorded as it is
 };
 
 }  // namespace
@@ -97,7 +98,7 @@ bool NodeCacheWriter::Add(host::Node* node, TimeValue t) {
   return false;
 }
 
-bool NodeCacheWriter::Add(const DeformPiece& piece) {
+bool NodeCacheWriter::Add(DeformPiece& piece) {
   if (!piece.node) return false;
   impl_->source.Push(piece.node, &piece);
   if (impl_->writer.AddElement(impl_->source.Size() - 1, 0, true)) return true;

@@ -26,8 +26,8 @@ class NodeCacheWriter {
   // Captures the node's render mesh at `t`; false (nothing added) when it has none.
   bool Add(host::Node* node, TimeValue t);
   // A rigid piece of a deforming node: its rest mesh, moved per sample by its transform
-  // and then by the node's. The piece must outlive the writer.
-  bool Add(const DeformPiece& piece);
+  // and then by the node's. The writer takes the piece's mesh; the piece must outlive it.
+  bool Add(DeformPiece& piece);
   int Count() const;
 
   // Writes the file; `lifetimes` is indexed like the added elements. `progress` gets a

@@ -208,7 +208,7 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     if (target.WriteDeform()) {
       // A piece lives over the samples where it is shown, within the recorded lifetime.
       const Lifetime whole = lifetimes.empty() ? Lifetime{} : lifetimes.front();
-      for (const DeformPiece& p : deform.pieces) {
+      for (DeformPiece& p : deform.pieces) {
         if (p.FirstShown() < 0 || !writer.Add(p)) continue;
         const auto at = [&](int s) { return TimeValue(range.start + int64_t{s} * range.step); };
         accepted.push_back(
@@ -232,7 +232,7 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
     if (ok) {
       // Readers let go of the old file for the replace; if it fails they keep it, unchanged.
       const bool released = refresher_ && refresher_->ReleaseFile(path);
-      if (!ip_.ReplaceFile(temp, path)) {
+      if (!ip_.RenameOver(temp, path)) {
         if (released) refresher_->KeepFile(path);
         ok = false;
         code = 4;
@@ -271,7 +271,7 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
       std::unique_ptr<host::MtlLib> lib = ip_.NewMtlLib();
       lib->Add(mtl);
       const std::string matTemp = TemporaryPathFor(matPath);
-      libraryReplaced = ip_.SaveMaterialLibrary(matTemp, *lib) && ip_.ReplaceFile(matTemp, matPath);
+      libraryReplaced = ip_.SaveMaterialLibrary(matTemp, *lib) && ip_.RenameOver(matTemp, matPath);
       if (!libraryReplaced) RemoveQuietly(matTemp);
     }
   }

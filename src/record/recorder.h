@@ -2,7 +2,7 @@
 // .kvc file, then points every object that plays that file at the new content.
 //
 // Recording never destroys data: the file is written beside its target under a temporary name
-// and put in the target's place (host::Interface::ReplaceFile) only when the whole write
+// and put in the target's place (host::Interface::RenameOver) only when the whole write
 // succeeded, so a failed or cancelled recording leaves the cache that was there before
 // untouched. Readers of the target let go of their handles for the replace and take the new
 // file afterwards. The material library beside the cache is replaced the same way, and only

@@ -281,6 +281,29 @@ TEST(ParamBlock, SaveLoadKeepsValuesKeysAndNodesAndBadStreamsChangeNothing) {
   EXPECT_FLOAT_EQ(back.GetFloat(kPlaySpeed, 2400), 2.5f);
   EXPECT_FLOAT_EQ(back.GetListFloat(kElementFrames, 1, 160), 9.0f);
 
+  EXPECT_TRUE(back.IsControlled(kPlaySpeed));
+  EXPECT_FALSE(back.IsControlled(kScaleUnits));
+
+  // A speed whose keys were all deleted keeps its controller through saving: one more chunk
+  // lists such entries by id and index.
+  ParamBlock keyless(ip);
+  ip.animate = true;
+  keyless.SetFloat(kPlaySpeed, 0, 3.0f);
+  ip.animate = false;
+  keyless.GetController(kPlaySpeed)->DeleteKey(0);
+  const std::vector<unsigned char> kb = SaveBlock(keyless);
+  const std::vector<unsigned char> tail = {
+      0x03, 0x00, 12, 0, 0, 0, 1, 0, 0, 0, static_cast<unsigned char>(kPlaySpeed),
+      0,    0,    0,  0, 0, 0, 0};
+  ASSERT_GE(kb.size(), tail.size());
+  EXPECT_EQ(std::vector<unsigned char>(kb.end() - long(tail.size()), kb.end()), tail);
+  EXPECT_EQ(SaveBlock(ParamBlock(ip)).size() + tail.size(), kb.size());  // nothing else added
+  ParamBlock kback(ip);
+  test::MemLoad kl(kb);
+  ASSERT_EQ(kback.Load(kl), host::IOResult::Ok);
+  EXPECT_TRUE(kback.IsControlled(kPlaySpeed));
+  EXPECT_EQ(kback.GetController(kPlaySpeed)->NumKeys(), 0);
+
   // Every truncation fails and leaves the target as it was.
   for (size_t n = 0; n < bytes.size(); ++n) {
     std::vector<unsigned char> cut(bytes.begin(), bytes.begin() + n);

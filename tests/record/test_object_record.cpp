@@ -177,7 +177,7 @@ TEST_F(ObjectRecord, ReplacingAnOpenCacheReleasesItsReadersAndKeepsAllOnFailure)
   pb.Append(P::kNodes, b);
   const RecordResult r = RecordCacheObject(recorder, *first, RecordOptions{true, "", {}});
   ASSERT_TRUE(r.ok()) << r.message;
-  EXPECT_EQ(scene_->ReplacesRefused(), 0);
+  EXPECT_EQ(scene_->RenamesRefused(), 0);
   other->GetTriMesh(160, false, m);
   EXPECT_EQ(m.numVerts(), 6);
   ASSERT_TRUE(reader->IsOpen());
@@ -194,7 +194,7 @@ TEST_F(ObjectRecord, ReplacingAnOpenCacheReleasesItsReadersAndKeepsAllOnFailure)
     EXPECT_EQ(f.errorCode, 4);
     EXPECT_EQ(f.message, "Unknown file error.");
   }
-  EXPECT_EQ(scene_->ReplacesRefused(), 1);
+  EXPECT_EQ(scene_->RenamesRefused(), 1);
   EXPECT_EQ(ReadAll(path), cacheBefore);
   EXPECT_EQ(ReadAll(lib), libBefore);
   std::vector<std::string> files;

@@ -378,7 +378,7 @@ void* MaxHost::FindExport(void* library, const std::string& symbol) {
   return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), symbol.c_str()));
 }
 
-bool MaxHost::ReplaceFile(const std::string& from, const std::string& to) {
+bool MaxHost::RenameOver(const std::string& from, const std::string& to) {
   // One rename that replaces the target; it fails, leaving both files, while the target is
   // open elsewhere.
   return MoveFileExW(Widen(from).c_str(), Widen(to).c_str(),
@@ -388,19 +388,22 @@ bool MaxHost::ReplaceFile(const std::string& from, const std::string& to) {
 std::string MaxHost::ToCodePage(std::string_view utf8) const {
   const std::wstring w = Widen(utf8);
   if (w.empty()) return {};
-  const int n = WideCharToMultiByte(CP_ACP, 0, w.data(), static_cast<int>(w.size()), nullptr, 0,
-                                    "?", nullptr);
-  std::string out(static_cast<size_t>(n), '\0');
-  WideCharToMultiByte(CP_ACP, 0, w.data(), static_cast<int>(w.size()), out.data(), n, "?", nullptr);
+  // Without best-fit mapping a character the code page lacks becomes the default '?', not a
+  // look-alike letter.
+  const int n = WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, w.data(), int(w.size()), nullptr,
+                                    0, "?", nullptr);
+  std::string out(size_t(n > 0 ? n : 0), '\0');
+  if (n > 0)
+    WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, w.data(), int(w.size()), out.data(), n, "?",
+                        nullptr);
   return out;
 }
 
 std::string MaxHost::FromCodePage(std::string_view bytes) const {
   if (bytes.empty()) return {};
-  const int n =
-      MultiByteToWideChar(CP_ACP, 0, bytes.data(), static_cast<int>(bytes.size()), nullptr, 0);
-  std::wstring w(static_cast<size_t>(n), L'\0');
-  MultiByteToWideChar(CP_ACP, 0, bytes.data(), static_cast<int>(bytes.size()), w.data(), n);
+  const int n = MultiByteToWideChar(CP_ACP, 0, bytes.data(), int(bytes.size()), nullptr, 0);
+  std::wstring w(size_t(n > 0 ? n : 0), L'\0');
+  if (n > 0) MultiByteToWideChar(CP_ACP, 0, bytes.data(), int(bytes.size()), w.data(), n);
   return Narrow(w.c_str());
 }
 

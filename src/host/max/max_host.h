@@ -145,9 +145,10 @@ class MaxHost final : public host::Interface {
   std::string ResolveAssetPath(const std::string& name) const override;
   void* LoadPluginLibrary(const std::string& name) override;
   void* FindExport(void* library, const std::string& symbol) override;
-  bool ReplaceFile(const std::string& from, const std::string& to) override;
+  // One MoveFileExW: refused while the target is open, which the recorder allows for.
+  bool RenameOver(const std::string& from, const std::string& to) override;
 
-  // ---- text: the system's ANSI code page, which 3ds Max uses for 8-bit names
+  // ---- text: names in files use the system's ANSI code page
   std::string ToCodePage(std::string_view utf8) const override;
   std::string FromCodePage(std::string_view bytes) const override;
 

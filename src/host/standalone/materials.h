@@ -17,6 +17,7 @@ class StdMtl final : public host::Mtl {
   void SetName(const std::string& name) override { name_ = name; }
   int NumSubMtls() const override { return 0; }
   Mtl* GetSubMtl(int) const override { return nullptr; }
+  Point3 GetDisplayColor() const override { return diffuse; }
 
   Point3 diffuse;  // linear RGB, 0..1
 

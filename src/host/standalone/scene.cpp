@@ -651,9 +651,9 @@ bool HeldOpen(const fs::path& path) {
 
 }  // namespace
 
-bool Scene::ReplaceFile(const std::string& from, const std::string& to) {
+bool Scene::RenameOver(const std::string& from, const std::string& to) {
   if (lockOpenFiles_ && (HeldOpen(fs::u8path(from)) || HeldOpen(fs::u8path(to)))) {
-    ++replacesRefused_;
+    ++renamesRefused_;
     return false;
   }
   std::error_code ec;

@@ -55,6 +55,9 @@ class SceneNode final : public host::Node {
   // The object offset (object space to pivot), applied before the node transform.
   const Matrix3& GetObjectOffset() const { return objOffset_; }
   void SetObjectOffset(const Matrix3& m);
+  Matrix3 GetObjOffsetTM() const override { return objOffset_; }
+  bool IsFrozen() const override { return frozen_; }
+  void SetFrozen(bool on) { frozen_ = on; }
   // Local transform (relative to the parent) at t, as the transform controller gives it.
   Matrix3 GetLocalTM(TimeValue t) const { return tm_->GetMatrix(t); }
   // Sets the world transform at t through the PRS controller (a key there when makeKey).
@@ -82,7 +85,7 @@ class SceneNode final : public host::Node {
   host::Object* obj_;
   host::Mtl* mtl_ = nullptr;
   uint32_t wire_ = 0x00808080;
-  bool deleted_ = false, selected_ = false, hidden_ = false, inheritVis_ = true;
+  bool deleted_ = false, selected_ = false, hidden_ = false, inheritVis_ = true, frozen_ = false;
   Matrix3 objOffset_;
   std::unique_ptr<host::Control> tm_, vis_;
 };
@@ -180,11 +183,11 @@ class Scene final : public host::Interface {
   void* FindExport(void* library, const std::string& symbol) override;
   // A rename over `to`. With open-file locking on it refuses, as Windows does, when this
   // process holds a handle to either file; Linux itself would allow it.
-  bool ReplaceFile(const std::string& from, const std::string& to) override;
+  bool RenameOver(const std::string& from, const std::string& to) override;
 
   // ---- settings tests and the tool change
   void SetOpenFileLocking(bool on) { lockOpenFiles_ = on; }
-  int ReplacesRefused() const { return replacesRefused_; }
+  int RenamesRefused() const { return renamesRefused_; }
   void SetFrameRate(int fps) { fps_ = fps > 0 ? fps : 30; }
   void SetAnimRange(const Interval& r) { range_ = r; }
   void SetRendering(bool on) { rendering_ = on; }
@@ -276,7 +279,7 @@ class Scene final : public host::Interface {
   std::string assetDir_, pluginsDir_;
   std::vector<void*> libraries_;
   bool lockOpenFiles_ = false;
-  int replacesRefused_ = 0;
+  int renamesRefused_ = 0;
 };
 
 }  // namespace kv::standalone
