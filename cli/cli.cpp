@@ -10,6 +10,7 @@
 #include "host/standalone/mesh_sequence.h"
 #include "playback_options.h"
 #include "scene_io.h"
+#include "script/cache_fns.h"
 
 namespace kv::cli {
 namespace {
@@ -56,6 +57,7 @@ void AddViewOptions(CLI::App& cmd, ViewArgs& v) {
 }  // namespace
 
 int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+  script::InstallExplodeOps();
   CLI::App app{
       "kvcache: records the animation of many rigid objects into one .kvc cache file "
       "and plays it back.",
