@@ -3,12 +3,14 @@
 #include <CLI/CLI.hpp>
 #include <cmath>
 #include <cstdio>
+#include <map>
 #include <ostream>
 
 #include "commands.h"
 #include "host/standalone/mesh_sequence.h"
 #include "playback_options.h"
 #include "scene_io.h"
+#include "script/cache_fns.h"
 
 namespace kv::cli {
 namespace {
@@ -55,6 +57,7 @@ void AddViewOptions(CLI::App& cmd, ViewArgs& v) {
 }  // namespace
 
 int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+  script::InstallExplodeOps();
   CLI::App app{
       "kvcache: records the animation of many rigid objects into one .kvc cache file "
       "and plays it back.",
@@ -119,6 +122,29 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
   play->add_option("-o,--output", pl.output, "Mesh to write (.obj, .ply or .glb)")->required();
   AddPlaybackOptions(*play, pl);
 
+  ExplodeArgs ex;
+  CLI::App* explode = app.add_subcommand(
+      "explode",
+      "Turn the cache's elements into keyframed nodes and write them (.glb, .gltf, .kvs)");
+  explode->add_option("file", ex.file, "Cache file (.kvc)")->required();
+  explode->add_option("-o,--output", ex.output, "File to write (.glb, .gltf or a .kvs scene)")
+      ->required();
+  explode->add_option("--start", ex.from, "First key frame (default: where playback starts)");
+  explode->add_option("--end", ex.to, "Last frame (default: where the cache ends)");
+  explode->add_option("--step", ex.step, "Frames between keys")->check(CLI::Range(0.001, 999999.0));
+  explode->add_option("--to", ex.target, "Node per element: mesh, box, point")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, int>{{"mesh", 0}, {"box", 1}, {"point", 2}}, CLI::ignore_case));
+  explode->add_option("--selected", ex.selected,
+                      "Only the elements whose name matches this glob (* and ?)");
+  explode->add_flag("--reduce", ex.reduce, "Remove the keys the motion does not need");
+  explode->add_option("--reduce-step", ex.reduceStep, "Whole frames between compared samples")
+      ->check(CLI::Range(1, 999999));
+  explode
+      ->add_option("--threshold", ex.threshold,
+                   "Largest change reduction allows (scene units; radians for rotations)")
+      ->check(CLI::Range(0.0, 1e9));
+  AddPlaybackOptions(*explode, ex, "--play-start");
   RenderArgs rn;
   CLI::App* render = app.add_subcommand(
       "render", "Draw the cache object as the viewport shows it into a PNG picture");
@@ -247,11 +273,13 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     return app.exit(e, out, err);
   } catch (const CLI::ParseError& e) {
     const std::string first = argc > 1 ? argv[1] : "";
-    if (!first.empty() && first[0] != '-' && !record->parsed() && !info->parsed() &&
-        !play->parsed() && !demo->parsed() && !scene->parsed() && !call->parsed() &&
-        !get->parsed() && !set->parsed() && !render->parsed() && !pick->parsed())
+    bool known = false;
+    for (const CLI::App* sub : app.get_subcommands([](CLI::App*) { return true; }))
+      known = known || sub->parsed();
+    if (!first.empty() && first[0] != '-' && !known)
       err << "kvcache: unknown command '" << first
-          << "' (use record, info, play, render, pick, scene, call, get, set or demo)\n";
+          << "' (use record, info, play, explode, render, pick, panel, scene, call, get, set or "
+             "demo)\n";
     else
       err << "kvcache: " << e.what() << '\n';
     err << "Run with --help for more information.\n";
@@ -300,6 +328,7 @@ int Run(int argc, const char* const* argv, std::ostream& out, std::ostream& err)
     if (get->parsed()) return RunGet(ga, common, out, err);
     if (set->parsed()) return RunSet(sa, common, out, err);
     if (play->parsed()) return RunPlay(pl, common, out, err);
+    if (explode->parsed()) return RunExplode(ex, common, out, err);
     if (demo->parsed()) return RunDemo(dm, common, out, err);
     if (panel->parsed()) return RunPanel(pa, common, out, err);
   } catch (const std::exception& e) {

@@ -9,6 +9,7 @@
 
 #include "cache/registry.h"
 #include "commands.h"
+#include "explode/explode.h"
 #include "object/cache_obj.h"
 #include "record/object_target.h"
 #include "res/control_ids.h"
@@ -173,6 +174,9 @@ int RunPanel(const PanelArgs& a, const CommonArgs&, std::ostream& out, std::ostr
     RecordOptions opt;
     opt.fileName = asset;
     RecordCacheObject(interactive, o, opt);
+  };
+  services.explode = [&](kvCache_obj& o) {
+    explode::Explode(*scene, o, explode::InputsFromRollout(o, *scene));
   };
   ui::Panel panel(*scene, *obj, services);
 

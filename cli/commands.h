@@ -48,6 +48,18 @@ struct PlayArgs : PlaybackArgs {
   std::string output;              // .obj, .ply or .glb
 };
 
+struct ExplodeArgs : PlaybackArgs {
+  std::string file;
+  std::string output;           // .glb, .gltf or a scene file (.kvs)
+  std::optional<int> from, to;  // explodeStart / explodeEnd, frames; default: the cache's span
+  double step = 1.0;            // explodeStep, frames
+  int target = 0;               // explodeTo: 0 mesh, 1 box, 2 point
+  std::optional<std::string> selected;  // only elements whose name matches this glob
+  bool reduce = false;
+  int reduceStep = 1;  // whole frames
+  float threshold = 0.02f;
+};
+
 // How a picture is taken: its size, the view, and what the object shows.
 struct ViewArgs {
   int width = 800, height = 600;
@@ -139,6 +151,7 @@ struct PanelArgs {
 int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunInfo(const InfoArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunPlay(const PlayArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
+int RunExplode(const ExplodeArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunRender(const RenderArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunPick(const PickArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);
 int RunSceneNew(const SceneNewArgs& a, const CommonArgs& c, std::ostream& out, std::ostream& err);

@@ -25,10 +25,10 @@ const std::map<std::string, int> kUnitNames{
 
 }  // namespace
 
-void AddPlaybackOptions(CLI::App& cmd, PlaybackArgs& a) {
+void AddPlaybackOptions(CLI::App& cmd, PlaybackArgs& a, const char* startOption) {
   cmd.add_option("--scene-fps", a.sceneFps, "Scene frame rate (default: the cache's)")
       ->check(CLI::Range(1, 4800));
-  cmd.add_option("--start", a.start, "Scene frame at which playback starts");
+  cmd.add_option(startOption, a.start, "Scene frame at which playback starts");
   cmd.add_option("--speed", a.speed, "Playback speed factor");
   cmd.add_option("--fps", a.fps, "Frame rate in which cache frames are counted")
       ->check(CLI::Range(1, 999999));

@@ -34,8 +34,9 @@ struct PlaybackArgs {
 
 // Declares --scene-fps, --start, --speed, --fps, --steps, --reverse, --graph-frame, --before,
 // --after, --no-interpolate, --box, --dont-delete, --scale, --scale-from, --scale-to and
-// --load on `cmd`, parsed into `a`.
-void AddPlaybackOptions(CLI::App& cmd, PlaybackArgs& a);
+// --load on `cmd`, parsed into `a`. A command whose own --start means something else names
+// the playback start differently (`startOption`).
+void AddPlaybackOptions(CLI::App& cmd, PlaybackArgs& a, const char* startOption = "--start");
 
 // Sets the cache object's playback and render parameters from `a` (not its file name).
 void ApplyPlaybackOptions(const PlaybackArgs& a, ParamBlock& pb);

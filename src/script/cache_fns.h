@@ -64,6 +64,8 @@ class ExplodeOps {
 // Not owned; null unsets.
 void SetExplodeOps(ExplodeOps* ops);
 ExplodeOps* GetExplodeOps();
+// Sets the explode subsystem's operations; each host calls it once at start-up.
+void InstallExplodeOps();
 
 // The mixin: one virtual operation per id, in id order (30 and 31 in their places).
 class kvCache_mxs {

@@ -32,5 +32,14 @@ TEST(PanelCommand, BadActionsAreRefusedWithTheirReason) {
   EXPECT_NE(r.err.find("cannot be pressed now"), std::string::npos) << r.err;
 }
 
+TEST(PanelCommand, ExplodeButtonExplodesTheLoadedCache) {
+  const std::string cache = ::testing::TempDir() + "kv_panel_explode.kvc";
+  WriteFile(cache, TwoElementCache());
+  const Outcome r = Call({"panel", cache, "--do", "press 1142"});
+  ASSERT_EQ(r.code, kExitOk) << r.err;
+  // Reduction is on by default, so its step follows the explode's and is the last one.
+  EXPECT_NE(r.out.find("> press 1142  [undo: Reduce Keys]"), std::string::npos) << r.out;
+}
+
 }  // namespace
 }  // namespace kv::cli::testing

@@ -74,6 +74,16 @@ TEST_F(SceneCommands, CallsEditTheSceneOnlyWhenSavedAndSucceeded) {
   EXPECT_EQ(ReadFile(scene_), before);
 }
 
+TEST_F(SceneCommands, ExplodeCallMakesOneNodePerElementInTheSavedScene) {
+  const Outcome ex = Fn({"explode", "(interval 0f 2f)", "1f", "reduceKeys:false", "--save"});
+  ASSERT_EQ(ex.code, 0) << ex.err;
+  EXPECT_NE(ex.out.find("Box"), std::string::npos) << ex.out;
+  EXPECT_NE(ex.out.find("Ball"), std::string::npos) << ex.out;
+  const Outcome list = Call({"scene", "list", scene_});
+  ASSERT_EQ(list.code, 0) << list.err;
+  EXPECT_NE(list.out.find("Ball"), std::string::npos) << list.out;
+}
+
 TEST_F(SceneCommands, InfoReportsTheScenesCachesAndPlayUsesTheObjectsGroups) {
   const Outcome info = Call({"info", scene_});
   ASSERT_EQ(info.code, 0) << info.err;

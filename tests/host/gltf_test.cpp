@@ -8,8 +8,10 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <nlohmann/json.hpp>
 
+#include "support/gltf_validator.h"
 #include "support/reference_data.h"
 
 namespace kv::standalone {
@@ -303,42 +305,6 @@ TEST(Gltf, MalformedAccessorsFailClearlyAndAddNothing) {
   fs::remove_all(dir);
 }
 
-// Runs the Khronos validator on a file; "" when it passes, else its report. Skips (sets
-// `skip`) when node is not installed.
-std::string Validate(const fs::path& file, bool& skip) {
-  skip = false;
-  if (std::system("node --version > /dev/null 2>&1") != 0) {
-    skip = true;
-    return {};
-  }
-  const fs::path tools = fs::canonical("/proc/self/exe").parent_path() / ".tools";
-  if (!fs::exists(tools / "node_modules" / "gltf-validator")) {
-    fs::create_directories(tools);
-    const std::string cmd =
-        "cd '" + tools.string() +
-        "' && npm install --no-audit --no-fund --silent gltf-validator > npm.log 2>&1";
-    if (std::system(cmd.c_str()) != 0)
-      return "npm could not install gltf-validator (see " + (tools / "npm.log").string() + ")";
-  }
-  std::ofstream(tools / "validate.js") << R"(
-const v = require('gltf-validator'), fs = require('fs'), path = require('path');
-const f = process.argv[2];
-v.validateBytes(new Uint8Array(fs.readFileSync(f)), {uri: path.basename(f),
-    externalResourceFunction: (u) => new Promise((ok, no) => {
-      try { ok(new Uint8Array(fs.readFileSync(path.join(path.dirname(f), decodeURIComponent(u))))); }
-      catch (e) { no(e.toString()); } })})
-  .then((r) => { if (r.issues.numErrors) { console.log(JSON.stringify(r.issues.messages)); process.exit(1); } })
-  .catch((e) => { console.log(String(e)); process.exit(2); });
-)";
-  const fs::path out = file.string() + ".report";
-  const std::string cmd = "NODE_PATH='" + (tools / "node_modules").string() + "' node '" +
-                          (tools / "validate.js").string() + "' '" + file.string() + "' > '" +
-                          out.string() + "' 2>&1";
-  if (std::system(cmd.c_str()) == 0) return {};
-  std::ifstream in(out);
-  return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>()) + " ";
-}
-
 TEST(Gltf, ExportPassesTheValidatorAndImportsBack) {
   const fs::path dir = TempDir("export");
   Scene s;
@@ -372,7 +338,7 @@ TEST(Gltf, ExportPassesTheValidatorAndImportsBack) {
     std::string err;
     ASSERT_TRUE(ExportGltf(s, file.string(), err)) << err;
     bool skip = false;
-    const std::string report = Validate(file, skip);
+    const std::string report = kvtest::ValidateGltf(file, skip);
     if (skip) {
       GTEST_SKIP() << "node is not installed: the glTF validator cannot run";
     }
@@ -393,6 +359,74 @@ TEST(Gltf, ExportPassesTheValidatorAndImportsBack) {
     ASSERT_TRUE(r2->GetMtl() && r2->GetMtl()->NumSubMtls() == 2);
     EXPECT_EQ(r2->GetMtl()->GetSubMtl(1)->GetName(), "B");
   }
+  fs::remove_all(dir);
+}
+
+TEST(Gltf, SmoothTracksExportAsTheSameCurveAndHiddenNodesStayHidden) {
+  const fs::path dir = TempDir("cubic");
+  Scene s;
+  auto* n = static_cast<SceneNode*>(s.CreatePointHelperNode("Spline"));
+  auto* hidden = static_cast<SceneNode*>(s.CreatePointHelperNode("Hidden"));
+  hidden->EnsureVisController().SetValue(0, 0.0f, false);
+  host::Control* prs = n->GetTMController();
+  ASSERT_TRUE(
+      prs->SetPositionController(s.NewKeyControl(host::ControlKind::Position, host::Interp::TCB)));
+  ASSERT_TRUE(
+      prs->SetScaleController(s.NewKeyControl(host::ControlKind::Scale, host::Interp::TCB)));
+  ASSERT_TRUE(
+      prs->SetRotationController(s.NewKeyControl(host::ControlKind::Rotation, host::Interp::TCB)));
+  // Uneven spacing and non-zero tension, continuity and bias: the tangents differ on each
+  // side of a key.
+  const TimeValue times[] = {0, 160, 560, 640, 1600};
+  host::Control* pos = prs->GetPositionController();
+  host::Control* scl = prs->GetScaleController();
+  host::Control* rot = prs->GetRotationController();
+  for (int k = 0; k < 5; ++k) {
+    const float f = float(k);
+    pos->SetValue(times[k], Point3{f * f, std::sin(f) * 4, -f}, true);
+    pos->SetKeyTCB(k, 0.3f * (k % 2), -0.2f, 0.4f);
+    scl->SetValue(times[k], host::ScaleValue{{1 + f, 2 - 0.3f * f, 1}, Quat{}}, true);
+    rot->SetValue(times[k], Quat(AngAxis{{0, 0, 1}, 0.7f * f}), true);
+  }
+  GltfExportOptions opt;
+  opt.sampleStep = 80;
+  const fs::path file = dir / "cubic.gltf";
+  std::string err;
+  ASSERT_TRUE(ExportGltf(s, file.string(), err, opt)) << err;
+  const nlohmann::json doc = nlohmann::json::parse(std::ifstream(file));
+  std::map<std::string, std::string> interp;
+  for (const auto& ch : doc["animations"][0]["channels"])
+    interp[ch["target"]["path"]] =
+        doc["animations"][0]["samplers"][ch["sampler"].get<int>()]["interpolation"];
+  EXPECT_EQ(interp["translation"], "CUBICSPLINE");
+  EXPECT_EQ(interp["scale"], "CUBICSPLINE");
+  EXPECT_EQ(interp["rotation"], "LINEAR");
+  bool skip = false;
+  const std::string report = kvtest::ValidateGltf(file, skip);
+  if (!skip) {
+    EXPECT_EQ(report, "");
+  }
+
+  Scene back;
+  ASSERT_TRUE(ImportGltf(back, file.string(), err)) << err;
+  SceneNode* n2 = back.FindNode("Spline");
+  ASSERT_TRUE(n2 && back.FindNode("Hidden"));
+  EXPECT_EQ(back.FindNode("Hidden")->GetVisibility(0), 0.0f);
+  EXPECT_EQ(n2->GetVisibility(0), 1.0f);
+  host::Control* prs2 = n2->GetTMController();
+  for (TimeValue t = 0; t <= 1600; t += 40) {
+    EXPECT_LT((prs2->GetPositionController()->GetPoint3(t) - pos->GetPoint3(t)).Length(), 1e-4f)
+        << t;
+    EXPECT_LT((prs2->GetScaleController()->GetScale(t).s - scl->GetScale(t).s).Length(), 1e-4f)
+        << t;
+  }
+  // Rotations are sampled every 80 ticks: exact there.
+  for (TimeValue t = 0; t <= 1600; t += 80)
+    EXPECT_TRUE(prs2->GetRotationController()
+                    ->GetQuat(t)
+                    .Closest(rot->GetQuat(t))
+                    .Equals(rot->GetQuat(t), 1e-5f))
+        << t;
   fs::remove_all(dir);
 }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "geom/affine.h"
@@ -100,16 +102,13 @@ V TcbIn(const V& g1, const V& g2, float T, float C, float B, float n0, float n1)
   return d * (2 * n0 / (n0 + n1));
 }
 
-// Interpolates the vector part `get` of keys i and i+1 at fraction s.
-template <class T, class Get>
-auto EvalVec(const std::vector<Key<T>>& k, Interp ip, size_t i, float s, Get get) {
-  using V = decltype(get(k[0].v));
+// The Hermite tangents of the segment from key i to key i+1 of a Bezier or TCB track, in
+// value per segment: m0 leaving key i, m1 arriving at key i+1.
+template <class T, class Get, class V>
+void SegmentTangents(const std::vector<Key<T>>& k, Interp ip, size_t i, Get get, V& m0, V& m1) {
   const V p0 = get(k[i].v), p1 = get(k[i + 1].v);
-  if (ip == Interp::Step) return p0;
-  if (ip == Interp::Linear) return p0 + (p1 - p0) * s;
   const size_t n = k.size();
   const float seg = static_cast<float>(k[i + 1].t - k[i].t);
-  V m0, m1;
   if (ip == Interp::Bezier) {
     // Smooth tangents per tick, scaled to this segment.
     m0 = (i == 0) ? (p1 - p0)
@@ -128,6 +127,17 @@ auto EvalVec(const std::vector<Key<T>>& k, Interp ip, size_t i, float s, Get get
                       : TcbIn(p1 - p0, get(k[i + 2].v) - p1, b.tens, b.cont, b.bias, seg,
                               static_cast<float>(k[i + 2].t - b.t));
   }
+}
+
+// Interpolates the vector part `get` of keys i and i+1 at fraction s.
+template <class T, class Get>
+auto EvalVec(const std::vector<Key<T>>& k, Interp ip, size_t i, float s, Get get) {
+  using V = decltype(get(k[0].v));
+  const V p0 = get(k[i].v), p1 = get(k[i + 1].v);
+  if (ip == Interp::Step) return p0;
+  if (ip == Interp::Linear) return p0 + (p1 - p0) * s;
+  V m0, m1;
+  SegmentTangents(k, ip, i, get, m0, m1);
   return HermiteV(p0, m0, p1, m1, s);
 }
 
@@ -251,6 +261,10 @@ class KeyControlBase : public host::Control {
   virtual bool SetTangents(int key, const ControlValue& in, const ControlValue& out) = 0;
   virtual void SaveTrack(host::ISave& s) const = 0;
   virtual bool LoadTrack(host::ILoad& l) = 0;
+  virtual bool Slopes(int key, ControlValue& in, ControlValue& out) const {
+    (void)key, (void)in, (void)out;
+    return false;
+  }
 };
 
 template <class T>
@@ -322,10 +336,12 @@ class KeyControl final : public KeyControlBase {
     return true;
   }
 
+  // Keys are sorted by time: a stretch is found by binary search, so saving and restoring one
+  // key (as reduction does for every key it tries) does not walk the whole track.
   std::unique_ptr<host::TrackClip> CopyTrack(const Interval& range) const override {
     auto clip = std::make_unique<KeyClip<T>>();
-    for (const auto& k : d_->keys)
-      if (range.InInterval(k.t)) clip->keys.push_back(k);
+    const auto [from, to] = Stretch(range);
+    clip->keys.assign(d_->keys.begin() + from, d_->keys.begin() + to);
     return clip;
   }
   bool PasteTrack(const host::TrackClip& clip, const Interval& range) override {
@@ -333,7 +349,8 @@ class KeyControl final : public KeyControlBase {
     if (!c) return false;
     Hold();
     auto& k = d_->keys;
-    std::erase_if(k, [&](const Key<T>& key) { return range.InInterval(key.t); });
+    const auto [from, to] = Stretch(range);
+    k.erase(k.begin() + from, k.begin() + to);
     for (const auto& key : c->keys) {
       if (!range.InInterval(key.t)) continue;
       const auto it = std::lower_bound(k.begin(), k.end(), key.t,
@@ -376,8 +393,52 @@ class KeyControl final : public KeyControlBase {
   void SaveTrack(host::ISave& s) const override;
   bool LoadTrack(host::ILoad& l) override;
 
+  bool Slopes(int key, ControlValue& in, ControlValue& out) const override {
+    const auto& k = d_->keys;
+    if (!InRange(key) || k.size() < 2) return false;
+    if (d_->interp != Interp::Bezier && d_->interp != Interp::TCB) return false;
+    auto slopes = [&](auto get, auto& inS, auto& outS) {
+      const size_t i = static_cast<size_t>(key);
+      using V = std::decay_t<decltype(inS)>;
+      V m0{}, m1{};
+      inS = V{}, outS = V{};
+      if (i > 0) {
+        SegmentTangents(k, d_->interp, i - 1, get, m0, m1);
+        inS = m1 * (1.0f / static_cast<float>(k[i].t - k[i - 1].t));
+      }
+      if (i + 1 < k.size()) {
+        SegmentTangents(k, d_->interp, i, get, m0, m1);
+        outS = m0 * (1.0f / static_cast<float>(k[i + 1].t - k[i].t));
+      }
+    };
+    if constexpr (std::is_same_v<T, float> || std::is_same_v<T, Point2> ||
+                  std::is_same_v<T, Point3> || std::is_same_v<T, Point4>) {
+      T a{}, b{};
+      slopes([](const T& v) { return v; }, a, b);
+      in = a, out = b;
+      return true;
+    } else if constexpr (std::is_same_v<T, ScaleValue>) {
+      Point3 a, b;
+      slopes([](const ScaleValue& v) { return v.s; }, a, b);
+      in = ScaleValue{a, Quat{}}, out = ScaleValue{b, Quat{}};
+      return true;
+    } else {
+      return false;
+    }
+  }
+
  private:
   bool InRange(int i) const { return i >= 0 && i < static_cast<int>(d_->keys.size()); }
+  // Indices [from, to) of the keys within range.
+  std::pair<ptrdiff_t, ptrdiff_t> Stretch(const Interval& range) const {
+    const auto& k = d_->keys;
+    if (range.IsEmpty()) return {0, 0};
+    const auto a = std::lower_bound(k.begin(), k.end(), range.Start(),
+                                    [](const Key<T>& key, TimeValue x) { return key.t < x; });
+    const auto b = std::upper_bound(a, k.end(), range.End(),
+                                    [](TimeValue x, const Key<T>& key) { return x < key.t; });
+    return {a - k.begin(), b - k.begin()};
+  }
   bool SameFamily(ControlKind k) const {
     auto fam = [](ControlKind x) { return x == ControlKind::Position ? ControlKind::Point3 : x; };
     return fam(k) == fam(kind_);
@@ -674,6 +735,12 @@ bool SetKeyTangents(host::Control& c, int key, const host::ControlValue& in,
                     const host::ControlValue& out) {
   auto* k = dynamic_cast<KeyControlBase*>(&c);
   return k && k->SetTangents(key, in, out);
+}
+
+bool GetKeySlopes(const host::Control& c, int key, host::ControlValue& in,
+                  host::ControlValue& out) {
+  const auto* k = dynamic_cast<const KeyControlBase*>(&c);
+  return k && k->Slopes(key, in, out);
 }
 
 bool SaveControl(const host::Control& c, host::ISave& s) {

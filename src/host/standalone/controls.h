@@ -51,6 +51,12 @@ bool SetInterp(host::Control& c, host::Interp interp);
 bool SetKeyTangents(host::Control& c, int key, const host::ControlValue& in,
                     const host::ControlValue& out);
 
+// The tangents a Bezier or TCB track of floats, points or scales interpolates key `key` with,
+// as slopes per tick: `in` arriving from the previous key, `out` leaving for the next (zero
+// where there is no such segment; for scales, of the factors, with identity axes). False for
+// other tracks and kinds, or when the track has fewer than two keys.
+bool GetKeySlopes(const host::Control& c, int key, host::ControlValue& in, host::ControlValue& out);
+
 // The scene-file form of a controller made by MakeControl: its kind, interpolation, constant
 // value and keys (a PRS controller: its three sub-controllers), in one chunk.
 bool SaveControl(const host::Control& c, host::ISave& s);

@@ -929,7 +929,7 @@ namespace {
 
 class Exporter {
  public:
-  explicit Exporter(Scene& s) : scene_(s) {
+  Exporter(Scene& s, const GltfExportOptions& o) : scene_(s), opt_(o) {
     m_.asset.version = "2.0";
     m_.asset.generator = "kvcache";
     m_.buffers.emplace_back();
@@ -1049,44 +1049,80 @@ class Exporter {
     return static_cast<int>(m_.meshes.size()) - 1;
   }
 
+  // A Bezier or TCB position or scale track as CUBICSPLINE keys: per key the in-tangent, the
+  // value and the out-tangent, tangents per second. False when the track cannot say its
+  // tangents (then it is sampled instead).
+  bool CubicKeys(host::Control* c, bool translation, bool root, std::vector<float>& in,
+                 std::vector<float>& out) {
+    const int n = c->NumKeys();
+    for (int i = 0; i < n; ++i) {
+      host::ControlValue a, b;
+      if (!GetKeySlopes(*c, i, a, b)) return false;
+      const TimeValue t = c->GetKeyTime(i);
+      in.push_back(static_cast<float>(t) / kTicksPerSecond);
+      auto put = [&](Point3 v) {
+        if (translation && root) v = ToYUp(v);
+        out.insert(out.end(), {v.x, v.y, v.z});
+      };
+      const float perSecond = static_cast<float>(kTicksPerSecond);
+      if (translation) {
+        put(std::get<Point3>(a) * perSecond);
+        put(c->GetPoint3(t));
+        put(std::get<Point3>(b) * perSecond);
+      } else {
+        put(std::get<host::ScaleValue>(a).s * perSecond);
+        put(c->GetScale(t).s);
+        put(std::get<host::ScaleValue>(b).s * perSecond);
+      }
+    }
+    return true;
+  }
+
   // Keys of one sub-controller as glTF times and values (root values turned to Y-up).
   void AddChannel(int node, host::Control* c, const char* path, bool root) {
     if (!c || c->NumKeys() == 0) return;
-    std::vector<TimeValue> times;
-    const Interp ip = c->GetInterp();
-    if (ip == Interp::Step || ip == Interp::Linear || c->NumKeys() == 1) {
-      for (int i = 0; i < c->NumKeys(); ++i) times.push_back(c->GetKeyTime(i));
-    } else {
-      const int tpf = scene_.GetTicksPerFrame();
-      const TimeValue a = c->GetKeyTime(0), b = c->GetKeyTime(c->NumKeys() - 1);
-      for (TimeValue t = a; t < b; t += tpf) times.push_back(t);
-      times.push_back(b);
-    }
-    std::vector<float> in, out;
     const std::string p = path;
-    Quat prev;
-    for (TimeValue t : times) {
-      in.push_back(static_cast<float>(t) / kTicksPerSecond);
-      if (p == "translation") {
-        Point3 v = c->GetPoint3(t);
-        if (root) v = ToYUp(v);
-        out.insert(out.end(), {v.x, v.y, v.z});
-      } else if (p == "rotation") {
-        Quat q = c->GetQuat(t).Normalized();
-        if (root) q = q * kYUpToZUp.Conjugate();
-        q = q.Closest(prev);
-        prev = q;
-        out.insert(out.end(), {q.x, q.y, q.z, q.w});
+    std::vector<float> in, out;
+    const Interp ip = c->GetInterp();
+    std::string interpolation = ip == Interp::Step ? "STEP" : "LINEAR";
+    const bool smooth = (ip == Interp::Bezier || ip == Interp::TCB) && c->NumKeys() > 1;
+    if (smooth && p != "rotation" && CubicKeys(c, p == "translation", root, in, out)) {
+      interpolation = "CUBICSPLINE";
+    } else {
+      in.clear(), out.clear();
+      std::vector<TimeValue> times;
+      if (!smooth) {
+        for (int i = 0; i < c->NumKeys(); ++i) times.push_back(c->GetKeyTime(i));
       } else {
-        const Point3 s = c->GetScale(t).s;
-        out.insert(out.end(), {s.x, s.y, s.z});
+        const TimeValue step = opt_.sampleStep > 0 ? opt_.sampleStep : scene_.GetTicksPerFrame();
+        const TimeValue a = c->GetKeyTime(0), b = c->GetKeyTime(c->NumKeys() - 1);
+        for (int64_t t = a; t < b; t += step) times.push_back(static_cast<TimeValue>(t));
+        times.push_back(b);
+      }
+      Quat prev;
+      for (TimeValue t : times) {
+        in.push_back(static_cast<float>(t) / kTicksPerSecond);
+        if (p == "translation") {
+          Point3 v = c->GetPoint3(t);
+          if (root) v = ToYUp(v);
+          out.insert(out.end(), {v.x, v.y, v.z});
+        } else if (p == "rotation") {
+          Quat q = c->GetQuat(t).Normalized();
+          if (root) q = q * kYUpToZUp.Conjugate();
+          q = q.Closest(prev);
+          prev = q;
+          out.insert(out.end(), {q.x, q.y, q.z, q.w});
+        } else {
+          const Point3 s = c->GetScale(t).s;
+          out.insert(out.end(), {s.x, s.y, s.z});
+        }
       }
     }
     tinygltf::AnimationSampler s;
     s.input = AddAccessor(in, TINYGLTF_TYPE_SCALAR, 1, 0, true);
     s.output = AddAccessor(out, p == "rotation" ? TINYGLTF_TYPE_VEC4 : TINYGLTF_TYPE_VEC3,
                            p == "rotation" ? 4 : 3, 0, false);
-    s.interpolation = ip == Interp::Step ? "STEP" : "LINEAR";
+    s.interpolation = interpolation;
     anim_.samplers.push_back(s);
     tinygltf::AnimationChannel ch;
     ch.sampler = static_cast<int>(anim_.samplers.size()) - 1;
@@ -1116,6 +1152,16 @@ class Exporter {
           for (Point3& v : mesh.verts) v = v * n->GetObjectOffset();
         gn.mesh = AddMesh(mesh, n->GetMtl(), n->GetName());
       }
+      // The node's own visibility: glTF hides the children of a hidden node by itself.
+      const host::Control* vis = n->GetVisController();
+      if (vis && vis->GetFloat(opt_.visibilityTime) <= 0.0f) {
+        tinygltf::Value::Object v;
+        v["visible"] = tinygltf::Value(false);
+        gn.extensions["KHR_node_visibility"] = tinygltf::Value(v);
+        if (std::find(m_.extensionsUsed.begin(), m_.extensionsUsed.end(), "KHR_node_visibility") ==
+            m_.extensionsUsed.end())
+          m_.extensionsUsed.push_back("KHR_node_visibility");
+      }
       m_.nodes[static_cast<size_t>(index)] = gn;
     }
     host::Control* prs = n->GetTMController();
@@ -1130,6 +1176,7 @@ class Exporter {
   }
 
   Scene& scene_;
+  GltfExportOptions opt_;
   tinygltf::Model m_;
   tinygltf::Animation anim_;
   std::map<host::Mtl*, int> mtlIndex_;
@@ -1137,9 +1184,10 @@ class Exporter {
 
 }  // namespace
 
-bool ExportGltf(Scene& scene, const std::string& path, std::string& error) {
+bool ExportGltf(Scene& scene, const std::string& path, std::string& error,
+                const GltfExportOptions& options) {
   error.clear();
-  Exporter ex(scene);
+  Exporter ex(scene, options);
   ex.Run();
   tinygltf::Model& m = ex.Model();
   if (m.buffers[0].data.empty()) m.buffers.clear(), m.bufferViews.clear();

@@ -17,7 +17,11 @@
 //
 // Export: every node with its name and hierarchy, geometry as one primitive per material id
 // (corners unwelded), materials as base colours, and position, rotation and scale tracks:
-// Step and Linear keys as they are, Bezier and TCB tracks sampled at every frame (LINEAR).
+// Step and Linear keys as they are; Bezier and TCB positions and scale factors as CUBICSPLINE
+// keys with the tangents the track interpolates with (the same curve); Bezier and TCB
+// rotations sampled (LINEAR, that is slerp) at a fixed step. Scale stretch axes have no place
+// in glTF and are left out. A node whose own visibility is 0 at a chosen time is written
+// invisible (KHR_node_visibility).
 #pragma once
 
 #include <string>
@@ -30,8 +34,16 @@ namespace kv::standalone {
 // message in `error`; the scene is then left as it was (no node, object or material added).
 bool ImportGltf(Scene& scene, const std::string& path, std::string& error);
 
+struct GltfExportOptions {
+  // Step in ticks at which rotations are sampled; 0: one frame.
+  TimeValue sampleStep = 0;
+  // Time at which node visibility is read.
+  TimeValue visibilityTime = 0;
+};
+
 // Writes the scene's nodes as .glb when the path ends in ".glb", else as .gltf with its
 // buffer embedded. False with a message when the file cannot be written.
-bool ExportGltf(Scene& scene, const std::string& path, std::string& error);
+bool ExportGltf(Scene& scene, const std::string& path, std::string& error,
+                const GltfExportOptions& options = {});
 
 }  // namespace kv::standalone

@@ -1,0 +1,259 @@
+#include "explode/key_reduce.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+#include "res/strings.h"
+
+namespace kv::explode {
+namespace {
+
+using host::ControlKind;
+using host::ControlValue;
+
+// A value as up to four floats, so that the reference table holds no variants.
+struct Flat {
+  float v[4] = {0, 0, 0, 0};
+};
+
+Flat Flatten(ControlKind kind, const ControlValue& x) {
+  Flat f;
+  switch (kind) {
+    case ControlKind::Float:
+      if (const float* p = std::get_if<float>(&x)) f.v[0] = *p;
+      break;
+    case ControlKind::Point2:
+      if (const Point2* p = std::get_if<Point2>(&x)) f.v[0] = p->x, f.v[1] = p->y;
+      break;
+    case ControlKind::Point3:
+    case ControlKind::Position:
+      if (const Point3* p = std::get_if<Point3>(&x)) f.v[0] = p->x, f.v[1] = p->y, f.v[2] = p->z;
+      break;
+    case ControlKind::Point4:
+      if (const Point4* p = std::get_if<Point4>(&x))
+        f.v[0] = p->x, f.v[1] = p->y, f.v[2] = p->z, f.v[3] = p->w;
+      break;
+    case ControlKind::Rotation:
+      if (const Quat* p = std::get_if<Quat>(&x))
+        f.v[0] = p->x, f.v[1] = p->y, f.v[2] = p->z, f.v[3] = p->w;
+      break;
+    case ControlKind::Scale:
+      // The stretch axes are not compared: only the factors.
+      if (const host::ScaleValue* p = std::get_if<host::ScaleValue>(&x))
+        f.v[0] = p->s.x, f.v[1] = p->s.y, f.v[2] = p->s.z;
+      break;
+    default:
+      break;
+  }
+  return f;
+}
+
+float Distance2(ControlKind kind, const Flat& a, const Flat& b) {
+  if (kind == ControlKind::Rotation) {
+    // The angle of the rotation that takes a to b, from the chord between the two unit
+    // quaternions: |a - b| = 2 sin(angle / 4), and |a + b| for the other sign, so the shorter
+    // way is the smaller chord. Equal rotations give exactly 0, and small angles keep their
+    // precision (the cosine of a dot product would round them away).
+    auto unit = [](const Flat& q, float out[4]) {
+      const float l =
+          std::sqrt(q.v[0] * q.v[0] + q.v[1] * q.v[1] + q.v[2] * q.v[2] + q.v[3] * q.v[3]);
+      const float inv = l > 0 ? 1.0f / l : 0.0f;
+      for (int i = 0; i < 4; ++i) out[i] = q.v[i] * inv;
+    };
+    float p[4], q[4];
+    unit(a, p);
+    unit(b, q);
+    float minus = 0, plus = 0;
+    for (int i = 0; i < 4; ++i) {
+      minus += (p[i] - q[i]) * (p[i] - q[i]);
+      plus += (p[i] + q[i]) * (p[i] + q[i]);
+    }
+    const float chord = std::sqrt(std::min(minus, plus));
+    const float angle = 4.0f * std::asin(std::min(1.0f, chord * 0.5f));
+    return angle * angle;
+  }
+  float d = 0;
+  for (int i = 0; i < 4; ++i) d += (a.v[i] - b.v[i]) * (a.v[i] - b.v[i]);
+  return d;
+}
+
+// How far one key shapes the curve: deleting key i changes the track only between the keys
+// `reach` away (and beyond the ends when those do not exist). Step and linear segments depend
+// on their own two keys; Bezier and TCB tangents on the neighbours too. 0: the whole track.
+int KeyReach(const host::Control& c) {
+  switch (c.GetInterp()) {
+    case host::Interp::Step:
+    case host::Interp::Linear:
+      return 1;
+    case host::Interp::Bezier:
+    case host::Interp::TCB:
+      return 2;
+  }
+  return 0;
+}
+
+}  // namespace
+
+bool IsReducible(ControlKind kind) {
+  switch (kind) {
+    case ControlKind::Float:
+    case ControlKind::Point2:
+    case ControlKind::Point3:
+    case ControlKind::Position:
+    case ControlKind::Point4:
+    case ControlKind::Rotation:
+    case ControlKind::Scale:
+      return true;
+    default:
+      return false;
+  }
+}
+
+float ReduceDistance2(ControlKind kind, const ControlValue& a, const ControlValue& b) {
+  if (!IsReducible(kind)) return 0;
+  return Distance2(kind, Flatten(kind, a), Flatten(kind, b));
+}
+
+std::vector<TimeValue> ReduceSampleTimes(const Interval& range, TimeValue step) {
+  std::vector<TimeValue> out;
+  const int64_t s = std::max<int64_t>(step, 1);
+  const int64_t a = range.Start(), b = range.End();
+  if (b <= a) return out;
+  out.reserve(static_cast<size_t>((b - a + s - 1) / s));
+  for (int64_t t = a; t < b; t += s) out.push_back(static_cast<TimeValue>(t));
+  return out;
+}
+
+int ReduceControllerKeys(host::Hold& hold, host::Control& c, const Interval& range, TimeValue step,
+                         float threshold) {
+  const ControlKind kind = c.Kind();
+  if (!IsReducible(kind) || c.NumKeys() == 0) return 0;
+  std::vector<TimeValue> keys;
+  c.GetKeyTimes(range, keys);
+  if (keys.empty()) return 0;
+
+  const float limit = threshold * threshold;
+  const std::vector<TimeValue> times = ReduceSampleTimes(range, step);
+  std::vector<Flat> ref(times.size());
+  for (size_t j = 0; j < times.size(); ++j) ref[j] = Flatten(kind, c.GetValue(times[j]));
+
+  hold.Suspend();
+  const std::unique_ptr<host::Control> work = c.Clone();
+  // A deletion is tried on a small copy holding only the keys around it, so that a key that
+  // stays costs nothing on the whole track: only kept deletions touch `work`.
+  const std::unique_ptr<host::Control> local = work ? work->Clone() : nullptr;
+  const std::unique_ptr<host::TrackClip> none = local ? local->CopyTrack(Interval()) : nullptr;
+  const Interval always(kTimeNegInfinity, kTimePosInfinity);
+  int removed = 0;
+  if (work) {
+    const int reach = KeyReach(*work);
+    for (auto it = keys.rbegin(); it != keys.rend(); ++it) {
+      const TimeValue kt = *it;
+      const int i = work->GetKeyIndex(kt);
+      if (i < 0) continue;
+      const int n = work->NumKeys();
+      // The samples the deletion can change: those between the keys `reach` away (both
+      // ends included, as the segments that start there are recomputed), or every one.
+      size_t lo = 0, hi = times.size();
+      if (reach > 0) {
+        if (i - reach >= 0)
+          lo = static_cast<size_t>(
+              std::lower_bound(times.begin(), times.end(), work->GetKeyTime(i - reach)) -
+              times.begin());
+        if (i + reach < n)
+          hi = static_cast<size_t>(
+              std::upper_bound(times.begin(), times.end(), work->GetKeyTime(i + reach)) -
+              times.begin());
+      }
+      if (lo >= hi) {
+        work->DeleteKey(i);
+        ++removed;
+        continue;
+      }
+      const Interval instant(kt, kt);
+      // Those samples depend on the keys up to `reach` + 1 beyond the window's ends; one more
+      // on each side keeps the copy's own ends away from them.
+      std::unique_ptr<host::TrackClip> around;
+      if (reach > 0 && local && none) {
+        const TimeValue a = work->GetKeyTime(std::max(0, i - reach - 2));
+        const TimeValue b = work->GetKeyTime(std::min(n - 1, i + reach + 2));
+        around = work->CopyTrack(Interval(a, b));
+      }
+      bool keep = false;
+      if (around && local->PasteTrack(*none, always) && local->PasteTrack(*around, always)) {
+        local->DeleteKey(local->GetKeyIndex(kt));
+        for (size_t j = lo; j < hi && !keep; ++j)
+          keep = Distance2(kind, ref[j], Flatten(kind, local->GetValue(times[j]))) > limit;
+        if (!keep) work->DeleteKey(i);
+      } else {
+        const std::unique_ptr<host::TrackClip> saved = work->CopyTrack(instant);
+        if (!saved) continue;  // a key that cannot be put back is never taken away
+        work->DeleteKey(i);
+        for (size_t j = lo; j < hi && !keep; ++j)
+          keep = Distance2(kind, ref[j], Flatten(kind, work->GetValue(times[j]))) > limit;
+        if (keep) work->PasteTrack(*saved, instant);
+      }
+      if (!keep) ++removed;
+    }
+  }
+  hold.Resume();
+  if (removed > 0) c.CopyFrom(*work);
+  return removed;
+}
+
+ReduceResult ReduceKeys(host::Interface& ip, std::span<host::Control* const> controllers,
+                        const Interval& range, TimeValue step, float threshold,
+                        const ReduceOptions& opt) {
+  ReduceResult r;
+  std::vector<host::Control*> set;
+  set.reserve(controllers.size());
+  for (host::Control* c : controllers)
+    if (c) set.push_back(c);
+  std::sort(set.begin(), set.end());
+  set.erase(std::unique(set.begin(), set.end()), set.end());
+  r.controllers = static_cast<int>(set.size());
+  if (set.empty()) return r;
+
+  ip.SetStatusText(res::GetString(res::IDS_REDUCING_KEYS));
+  ip.ProgressStart(std::string());
+  ip.GetEscPressed();  // a press from before the run does not cancel it
+
+  host::Hold& hold = ip.GetHold();
+  hold.Begin();
+  const int total = r.controllers;
+  std::vector<TimeValue> scratch;
+  for (int n = 0; n < total; ++n) {
+    host::Control& c = *set[static_cast<size_t>(n)];
+    c.GetKeyTimes(range, scratch);
+    const int before = static_cast<int>(scratch.size());
+    const int removed = ReduceControllerKeys(hold, c, range, step, threshold);
+    r.keysBefore += before;
+    r.keysAfter += before - removed;
+    if ((n + 1) % 100 == 0) {
+      const int done = n + 1;
+      const int percent = static_cast<int>(int64_t{done} * 100 / total);
+      char text[128];
+      std::snprintf(text, sizeof text, res::LoadString(res::IDS_REDUCING_KEYS_PCT).data(), percent);
+      ip.ProgressUpdate(percent, text);
+      const bool go = !ip.GetEscPressed() && (!opt.progress || opt.progress(done, total));
+      if (!go) {
+        r.completed = false;
+        break;
+      }
+    }
+  }
+  ip.ProgressEnd();
+  ip.SetStatusText(std::string());
+  if (r.completed) {
+    hold.Accept(res::GetString(res::IDS_UNDO_REDUCE_KEYS));
+  } else {
+    hold.Cancel();
+    r.keysAfter = r.keysBefore;
+  }
+  ip.RedrawViews(ip.GetTime());
+  return r;
+}
+
+}  // namespace kv::explode
