@@ -4,12 +4,14 @@
 #include <new>
 
 #include "cache/registry.h"
+#include "host/max/graphics_window.h"
 #include "host/max/max_host.h"
 #include "host/max/mesh_convert.h"
 #include "host/max/rollouts.h"
 #include "host/max/save_load.h"
 #include "object/cache_obj.h"
 #include "object/params.h"
+#include "ui/cache_display.h"
 
 namespace kv::max {
 
@@ -50,7 +52,8 @@ MaxCacheObject* MaxCacheObject::Make(bool loading) {
   return new (std::nothrow) MaxCacheObject(std::move(core));
 }
 
-MaxCacheObject::MaxCacheObject(std::unique_ptr<kvCache_obj> core) : core_(std::move(core)) {
+MaxCacheObject::MaxCacheObject(std::unique_ptr<kvCache_obj> core)
+    : core_(std::move(core)), display_(std::make_unique<ui::CacheDisplay>(*core_)) {
   Owners()[core_.get()] = this;
 }
 
@@ -109,6 +112,67 @@ void MaxCacheObject::BeginEditParams(IObjParam* ip, ULONG flags, Animatable* pre
 void MaxCacheObject::EndEditParams(IObjParam* ip, ULONG flags, Animatable* next) {
   panel_.reset();
   SimpleObject2::EndEditParams(ip, flags, next);
+}
+
+namespace {
+
+// The points of a hit test as the viewport hands them: one for a point, two for a box or a
+// circle (centre and rim), a fence up to the point whose x is -1.
+std::vector<host::IPoint2> HitPoints(int type, const ::IPoint2* p, host::HitRegion::Type& kind) {
+  std::vector<host::IPoint2> pts;
+  switch (type) {
+    case HITTYPE_BOX:
+      kind = host::HitRegion::Type::Box;
+      pts = {{p[0].x, p[0].y}, {p[1].x, p[1].y}};
+      break;
+    case HITTYPE_CIRCLE:
+      kind = host::HitRegion::Type::Circle;
+      pts = {{p[0].x, p[0].y}, {p[1].x, p[1].y}};
+      break;
+    case HITTYPE_FENCE:
+      kind = host::HitRegion::Type::Fence;
+      for (int i = 0; p[i].x >= 0; ++i) pts.push_back({p[i].x, p[i].y});
+      break;
+    default:
+      kind = host::HitRegion::Type::Point;
+      pts = {{p[0].x, p[0].y}};
+      break;
+  }
+  return pts;
+}
+
+::Box3 ToMax(const kv::Box3& b) {
+  return b.IsEmpty() ? ::Box3() : ::Box3(max::ToMax(b.pmin), max::ToMax(b.pmax));
+}
+
+}  // namespace
+
+int MaxCacheObject::Display(TimeValue t, ::INode* inode, ViewExp* vpt, int flags) {
+  (void)flags;
+  MaxNode* node = TheHost().Wrap(inode);
+  if (!node || !vpt) return 0;
+  MaxGraphicsWindow gw(vpt->getGW());
+  return display_->Display(t, *node, gw);
+}
+
+int MaxCacheObject::HitTest(TimeValue t, ::INode* inode, int type, int crossing, int flags,
+                            ::IPoint2* p, ViewExp* vpt) {
+  MaxNode* node = TheHost().Wrap(inode);
+  if (!node || !vpt || !p) return 0;
+  host::HitRegion::Type kind;
+  const std::vector<host::IPoint2> pts = HitPoints(type, p, kind);
+  MaxGraphicsWindow gw(vpt->getGW());
+  return display_->HitTest(t, *node, kind, crossing != 0, flags, pts, gw);
+}
+
+void MaxCacheObject::GetWorldBoundBox(TimeValue t, ::INode* inode, ViewExp*, ::Box3& box) {
+  MaxNode* node = TheHost().Wrap(inode);
+  box = node ? ToMax(display_->GetWorldBoundBox(t, *node)) : ::Box3();
+}
+
+void MaxCacheObject::GetLocalBoundBox(TimeValue t, ::INode* inode, ViewExp*, ::Box3& box) {
+  MaxNode* node = TheHost().Wrap(inode);
+  box = node ? ToMax(display_->GetLocalBoundBox(t, *node)) : ::Box3();
 }
 
 ::IOResult MaxCacheObject::Save(::ISave* isave) {

@@ -9,7 +9,10 @@
 
 namespace kv {
 class kvCache_obj;
+namespace ui {
+class CacheDisplay;
 }
+}  // namespace kv
 
 namespace kv::max {
 
@@ -33,6 +36,11 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
   ReferenceTarget* Clone(RemapDir& remap) override;
   void BeginEditParams(IObjParam* ip, ULONG flags, Animatable* prev = nullptr) override;
   void EndEditParams(IObjParam* ip, ULONG flags, Animatable* next = nullptr) override;
+  int Display(TimeValue t, ::INode* inode, ViewExp* vpt, int flags) override;
+  int HitTest(TimeValue t, ::INode* inode, int type, int crossing, int flags, ::IPoint2* p,
+              ViewExp* vpt) override;
+  void GetWorldBoundBox(TimeValue t, ::INode* inode, ViewExp* vp, ::Box3& box) override;
+  void GetLocalBoundBox(TimeValue t, ::INode* inode, ViewExp* vp, ::Box3& box) override;
   ::IOResult Save(::ISave* isave) override;
   ::IOResult Load(::ILoad* iload) override;
   void DeleteThis() override { delete this; }
@@ -50,6 +58,7 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
   explicit MaxCacheObject(std::unique_ptr<kvCache_obj> core);
   std::unique_ptr<kvCache_obj> core_;
   std::unique_ptr<MaxPanel> panel_;  // between BeginEditParams and EndEditParams
+  std::unique_ptr<ui::CacheDisplay> display_;
 };
 
 }  // namespace kv::max

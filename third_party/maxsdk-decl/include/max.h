@@ -147,6 +147,17 @@ void SuspendAnimate();
 void ResumeAnimate();
 
 // ---- mesh (mesh.h)
+class GraphicsWindow;
+class Material;
+class HitRegion;
+class InterfaceServer;
+class Box3 {
+ public:
+  Point3 pmin, pmax;
+  Box3();
+  Box3(const Point3& p, const Point3& q);
+  void Init();
+};
 class Face {
  public:
   DWORD v[3];
@@ -187,6 +198,10 @@ class Mesh {
   void InvalidateGeomCache();
   void InvalidateTopologyCache();
   void FreeAll();
+  void render(GraphicsWindow* gw, Material* ma, RECT* rp, int compFlags, int numMat = 1,
+              InterfaceServer* pi = nullptr);
+  BOOL select(GraphicsWindow* gw, Material* ma, HitRegion* hr, int abortOnHit = FALSE,
+              int numMat = 1);
 
   Point3* verts;
   Face* faces;
@@ -356,9 +371,16 @@ class PickNodeCallback;
 class ViewExp {
  public:
   virtual INode* GetClosestHit() = 0;
+  virtual GraphicsWindow* getGW() = 0;
   virtual Point3 SnapPoint(const IPoint2& in, IPoint2& out, Matrix3* plane2d = nullptr,
                            DWORD flags = 0) = 0;
 };
+
+#define HITTYPE_POINT 1
+#define HITTYPE_BOX 2
+#define HITTYPE_CIRCLE 3
+#define HITTYPE_SOLID 4
+#define HITTYPE_FENCE 5
 
 #define MOUSE_ABORT 0
 #define MOUSE_POINT 1
@@ -380,6 +402,11 @@ class BaseObject : public ReferenceTarget {
   virtual void BeginEditParams(IObjParam* ip, ULONG flags, Animatable* prev = nullptr);
   virtual void EndEditParams(IObjParam* ip, ULONG flags, Animatable* next = nullptr);
   virtual void GetClassName(MSTR& s, bool localized = true) const;
+  virtual int Display(TimeValue t, INode* inode, ViewExp* vpt, int flags);
+  virtual int HitTest(TimeValue t, INode* inode, int type, int crossing, int flags, IPoint2* p,
+                      ViewExp* vpt);
+  virtual void GetWorldBoundBox(TimeValue t, INode* inode, ViewExp* vp, Box3& box);
+  virtual void GetLocalBoundBox(TimeValue t, INode* inode, ViewExp* vp, Box3& box);
 };
 class Object : public BaseObject {
  public:

@@ -3,6 +3,7 @@
 // which brings its own implementations.
 #include <cstring>
 
+#include "gfx.h"
 #include "iparamb2.h"
 #include "max.h"
 #include "simpobj.h"
@@ -342,3 +343,20 @@ PickNodeCallback* PickModeCallback::GetFilter() {
 void EnableAccelerators() {}
 void DisableAccelerators() {}
 PickNodeCallback::~PickNodeCallback() {}
+Material::Material()
+    : shininess(0), shinStrength(0), opacity(1), selfIllum(0), dblSided(0), shadeLimit(0) {}
+Box3::Box3() {}
+Box3::Box3(const Point3& p, const Point3& q) : pmin(p), pmax(q) {}
+void Box3::Init() {}
+void Mesh::render(GraphicsWindow*, Material*, RECT*, int, int, InterfaceServer*) {}
+BOOL Mesh::select(GraphicsWindow*, Material*, HitRegion*, int, int) {
+  return FALSE;
+}
+int BaseObject::Display(TimeValue, INode*, ViewExp*, int) {
+  return 0;
+}
+int BaseObject::HitTest(TimeValue, INode*, int, int, int, IPoint2*, ViewExp*) {
+  return 0;
+}
+void BaseObject::GetWorldBoundBox(TimeValue, INode*, ViewExp*, Box3&) {}
+void BaseObject::GetLocalBoundBox(TimeValue, INode*, ViewExp*, Box3&) {}
