@@ -1,6 +1,7 @@
 // Explode to objects on the standalone host: the key grid, the nodes and their motion, the
 // element choice, names, target kinds, undo, cancel and bad input.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
@@ -39,8 +40,10 @@ class ExplodeTest : public ::testing::Test {
   standalone::Scene scene;
   kvCache_obj* obj = nullptr;
   host::Node* cacheNode = nullptr;
+  // Named by process and test: tests run as parallel processes, where addresses repeat.
   std::string dir = (std::filesystem::temp_directory_path() /
-                     ("kv_explode_" + std::to_string(reinterpret_cast<uintptr_t>(this))))
+                     ("kv_explode_" + std::to_string(::getpid()) + "_" +
+                      ::testing::UnitTest::GetInstance()->current_test_info()->name()))
                         .string();
 
   void SetUp() override { std::filesystem::create_directories(dir); }

@@ -1,6 +1,7 @@
 // The cache object on the standalone host: playback of a small cache, failure to an empty
 // mesh, invalidation by parameter, selection undo, triggers, persistence and cloning.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -149,8 +150,10 @@ class CacheObjTest : public ::testing::Test {
  protected:
   standalone::Scene scene;
   KelvaneTools::kvCacheRegistry registry{&scene};
+  // Named by process and test: tests run as parallel processes, where addresses repeat.
   std::string dir = (std::filesystem::temp_directory_path() /
-                     ("kv_obj_" + std::to_string(reinterpret_cast<uintptr_t>(this))))
+                     ("kv_obj_" + std::to_string(::getpid()) + "_" +
+                      ::testing::UnitTest::GetInstance()->current_test_info()->name()))
                         .string();
 
   void SetUp() override { std::filesystem::create_directories(dir); }
