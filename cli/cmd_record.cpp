@@ -50,7 +50,7 @@ int RunRecord(const RecordArgs& a, const CommonArgs& c, std::ostream& out, std::
   s.clearNodeList = false;
   s.writeDeform = a.deform;
   s.writeTopology = a.topology;
-  SettingsRecordTarget target(scene, s);
+  SettingsRecordTarget target(s);
 
   ProgressBar bar(err, !c.quiet);
   RecordOptions opt;

@@ -29,6 +29,14 @@ constexpr int kEnablesApplyMatID[] = {kRendApplyMatID};
 
 // A row under construction; the modifiers keep the table one line per parameter.
 struct Row : ParamDef {
+  // Defined before its users: some compilers evaluate the table before a later definition.
+  template <class F>
+  constexpr Row With(F f) const {
+    Row r = *this;
+    f(r);
+    return r;
+  }
+
   constexpr Row Items(std::span<const int> s) const {
     return With([&](Row& r) { r.items = s; });
   }
@@ -52,14 +60,6 @@ struct Row : ParamDef {
   }
   constexpr Row Prompt(int s) const {
     return With([&](Row& r) { r.promptId = s; });
-  }
-
- private:
-  template <class F>
-  constexpr Row With(F f) const {
-    Row r = *this;
-    f(r);
-    return r;
   }
 };
 

@@ -100,7 +100,7 @@ struct RecordSettings {
 // host's current time; OnRecorded stores the file name and marks the target recorded.
 class SettingsRecordTarget : public RecordTarget {
  public:
-  SettingsRecordTarget(host::Interface& ip, RecordSettings s) : ip_(ip), s_(std::move(s)) {}
+  explicit SettingsRecordTarget(RecordSettings s) : s_(std::move(s)) {}
 
   std::vector<host::Node*> Nodes() const override { return s_.nodes; }
   std::string FileName() const override { return s_.fileName; }
@@ -122,7 +122,6 @@ class SettingsRecordTarget : public RecordTarget {
   const std::string& Status() const { return status_; }
 
  private:
-  host::Interface& ip_;
   RecordSettings s_;
   bool recorded_ = false;
   std::string status_;

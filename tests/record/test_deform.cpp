@@ -308,7 +308,7 @@ TEST_F(DeformRecordTest, FracturingMeshRecordsPiecesWithLifetimes) {
   s.clearNodeList = false;
   s.writeDeform = true;
   s.writeTopology = true;
-  SettingsRecordTarget target(scene_, s);
+  SettingsRecordTarget target(s);
   Recorder rec(scene_, nullptr);
   RecordOptions o;
   o.quiet = true;
@@ -352,7 +352,7 @@ TEST_F(DeformRecordTest, TopologyChangeWithoutTheSwitchFailsAndKeepsTheOldFile) 
   s.recEnd = 9;
   s.clearNodeList = false;
   s.writeDeform = true;
-  SettingsRecordTarget target(scene_, s);
+  SettingsRecordTarget target(s);
   Recorder rec(scene_, nullptr);
   RecordOptions o;
   o.quiet = true;

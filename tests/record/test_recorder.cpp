@@ -85,7 +85,7 @@ class RecorderTest : public ::testing::Test {
 
 TEST_F(RecorderTest, WritesTheExactFileForOneAnimatedTriangle) {
   SceneNode* n = Tri("Tri", {{1, 2, 3}, {4, 5, 6}});
-  SettingsRecordTarget target(scene_, Settings({n}, "tri.kvc", 0, 1));
+  SettingsRecordTarget target(Settings({n}, "tri.kvc", 0, 1));
   const RecordResult r = Run(target);
   ASSERT_TRUE(r.ok()) << r.message;
   EXPECT_EQ(r.elements, 1);
@@ -140,7 +140,7 @@ TEST_F(RecorderTest, SamplesFollowTheRangeHierarchyVisibilityAndOwnNode) {
   RecordSettings s = Settings({parent, child, hidden}, "h.kvc", 0, 10);
   s.recStep = 3.0f;
   s.ownNode = own;
-  SettingsRecordTarget target(scene_, s);
+  SettingsRecordTarget target(s);
   ASSERT_TRUE(Run(target).ok());
 
   KelvaneTools::kvCacheReader reader((dir_ / "h.kvc").string());
@@ -174,7 +174,7 @@ TEST_F(RecorderTest, NothingToCacheWarnsUnlessQuietAndWritesNothing) {
        {std::vector<host::Node*>{}, std::vector<host::Node*>{helper, nullptr},
         std::vector<host::Node*>{empty}}) {
     scene_.GetResponder().log.clear();
-    SettingsRecordTarget target(scene_, Settings(list, "none.kvc", 0, 5));
+    SettingsRecordTarget target(Settings(list, "none.kvc", 0, 5));
     const RecordResult r = Run(target);
     EXPECT_EQ(r.status, RecordStatus::NothingToCache);
     EXPECT_EQ(r.message, "Nothing to cache!");
@@ -186,7 +186,7 @@ TEST_F(RecorderTest, NothingToCacheWarnsUnlessQuietAndWritesNothing) {
     EXPECT_TRUE(fs::is_empty(dir_));
   }
   scene_.GetResponder().log.clear();
-  SettingsRecordTarget quiet(scene_, Settings({helper}, "none.kvc", 0, 5));
+  SettingsRecordTarget quiet(Settings({helper}, "none.kvc", 0, 5));
   EXPECT_EQ(Run(quiet, true).status, RecordStatus::NothingToCache);
   EXPECT_TRUE(scene_.GetResponder().log.empty());
 }
@@ -196,7 +196,7 @@ class PreviousCache : public RecorderTest {
   void SetUp() override {
     RecorderTest::SetUp();
     a_ = Tri("A", {{0, 0, 0}, {1, 0, 0}});
-    SettingsRecordTarget first(scene_, Settings({a_}, "c.kvc", 0, 1));
+    SettingsRecordTarget first(Settings({a_}, "c.kvc", 0, 1));
     ASSERT_TRUE(Run(first).ok());
     before_ = Slurp(dir_ / "c.kvc");
     // A bigger scene for the second recording.
@@ -210,7 +210,7 @@ class PreviousCache : public RecorderTest {
 
 TEST_F(PreviousCache, CancelLeavesItIntactWithoutAMessage) {
   scene_.GetResponder().PressEscAfter(1);
-  SettingsRecordTarget target(scene_, Settings(more_, "c.kvc", 0, 100));
+  SettingsRecordTarget target(Settings(more_, "c.kvc", 0, 100));
   const RecordResult r = Run(target);
   EXPECT_EQ(r.status, RecordStatus::Cancelled);
   EXPECT_EQ(r.errorCode, 7);
@@ -228,7 +228,7 @@ TEST_F(PreviousCache, FullDiskLeavesItIntactAndSaysWhy) {
   rlimit lim = old;
   lim.rlim_cur = 20000;
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &lim), 0);
-  SettingsRecordTarget target(scene_, Settings(more_, "c.kvc", 0, 100));
+  SettingsRecordTarget target(Settings(more_, "c.kvc", 0, 100));
   const RecordResult r = Run(target);
   setrlimit(RLIMIT_FSIZE, &old);
 
@@ -244,7 +244,7 @@ TEST_F(PreviousCache, FullDiskLeavesItIntactAndSaysWhy) {
 
 TEST_F(PreviousCache, UncreatableAndUnrenamableTargetsFailCleanly) {
   // A folder that does not exist: the writer cannot create its file.
-  SettingsRecordTarget missing(scene_, Settings(more_, "no/such/dir/x.kvc", 0, 2));
+  SettingsRecordTarget missing(Settings(more_, "no/such/dir/x.kvc", 0, 2));
   RecordResult r = Run(missing);
   EXPECT_EQ(r.status, RecordStatus::Failed);
   EXPECT_EQ(r.errorCode, 1);
@@ -252,7 +252,7 @@ TEST_F(PreviousCache, UncreatableAndUnrenamableTargetsFailCleanly) {
 
   // A folder in the target's place: everything is written, then the rename fails.
   fs::create_directories(dir_ / "taken.kvc" / "inside");
-  SettingsRecordTarget taken(scene_, Settings(more_, "taken.kvc", 0, 2));
+  SettingsRecordTarget taken(Settings(more_, "taken.kvc", 0, 2));
   r = Run(taken, true);
   EXPECT_EQ(r.status, RecordStatus::Failed);
   EXPECT_EQ(r.message, "Unknown file error.");
@@ -274,7 +274,7 @@ TEST_F(RecorderTest, RigidLibraryExpandsNodesAndItsTemporariesAreDeletedForGood)
   scene_.Link(c2, group);
   SceneNode* single = Tri("Single", {{3, 0, 0}});
 
-  SettingsRecordTarget target(scene_, Settings({group, single}, "rigid.kvc", 2, 7));
+  SettingsRecordTarget target(Settings({group, single}, "rigid.kvc", 2, 7));
   ASSERT_TRUE(Run(target).ok());
   void* lib = scene_.LoadPluginLibrary("KVRigid");
   ASSERT_NE(lib, nullptr);
@@ -299,7 +299,7 @@ TEST_F(RecorderTest, RigidLibraryExpandsNodesAndItsTemporariesAreDeletedForGood)
   SceneNode* empty = static_cast<SceneNode*>(scene_.CreateMeshNode(Mesh(), "Empty"));
   SceneNode* shell = Tri("Shell", {{0, 0, 0}});
   scene_.Link(empty, shell);
-  SettingsRecordTarget none(scene_, Settings({shell}, "none.kvc", 0, 1));
+  SettingsRecordTarget none(Settings({shell}, "none.kvc", 0, 1));
   EXPECT_EQ(Run(none, true).status, RecordStatus::NothingToCache);
   EXPECT_TRUE(shell->IsDeleted());
   EXPECT_EQ(scene_.UndoHistory().NumUndoSteps(), 0);
@@ -310,7 +310,7 @@ TEST_F(RecorderTest, LifetimesAtOtherFrameRatesCoverTheWholeRecordedRange) {
   scene_.SetFrameRate(25);  // 192 ticks per frame
   SceneNode* n = Tri("N", {{0, 0, 0}});
   RecordSettings s = Settings({n}, "rate.kvc", 0, 4);
-  SettingsRecordTarget target(scene_, s);
+  SettingsRecordTarget target(s);
   ASSERT_TRUE(Run(target).ok());
   KelvaneTools::kvCacheReader reader((dir_ / "rate.kvc").string());
   ASSERT_TRUE(reader.Open());
@@ -329,7 +329,7 @@ TEST_F(RecorderTest, WithoutAFileNameTheSaveDialogDecides) {
   auto& who = scene_.GetResponder();
 
   // Cancelled: nothing is written and nothing is said.
-  SettingsRecordTarget cancelled(scene_, s);
+  SettingsRecordTarget cancelled(s);
   EXPECT_EQ(Run(cancelled).status, RecordStatus::NoFile);
   ASSERT_EQ(who.log.size(), 1u);
   EXPECT_EQ(who.log[0].what, standalone::Responder::Shown::What::SaveDialog);
@@ -340,7 +340,7 @@ TEST_F(RecorderTest, WithoutAFileNameTheSaveDialogDecides) {
   who.log.clear();
   s.ownNode = Tri("Shot", {{0, 0, 0}});
   who.fileAnswers.push_back((dir_ / "chosen.kvc").string());
-  SettingsRecordTarget chosen(scene_, s);
+  SettingsRecordTarget chosen(s);
   const RecordResult r = Run(chosen);
   ASSERT_TRUE(r.ok()) << r.message;
   EXPECT_EQ(who.log.at(0).text, "Shot");
@@ -352,7 +352,7 @@ TEST_F(RecorderTest, EscapeDuringTheSceneAnalysisCancelsBeforeAnythingIsWritten)
   RecordSettings s = Settings({Tri("A", {{0, 0, 0}}), Tri("B", {{1, 0, 0}})}, "d.kvc", 0, 2);
   s.writeDeform = true;
   scene_.GetResponder().PressEscAfter(2);
-  SettingsRecordTarget target(scene_, s);
+  SettingsRecordTarget target(s);
   const RecordResult r = Run(target);
   EXPECT_EQ(r.status, RecordStatus::Cancelled);
   EXPECT_TRUE(scene_.GetResponder().log.empty());
@@ -364,7 +364,7 @@ TEST_F(RecorderTest, EscapeDuringTheSceneAnalysisCancelsBeforeAnythingIsWritten)
   std::vector<std::string> statuses;
   RecordOptions o;
   o.progress = [&](const std::string& st, int) { return statuses.push_back(st), true; };
-  SettingsRecordTarget again(scene_, s);
+  SettingsRecordTarget again(s);
   ASSERT_TRUE(Recorder(scene_, nullptr).Record(again, o).ok());
   EXPECT_EQ(statuses.front(), "Analyzing scene (33 %) ...");
   EXPECT_EQ(statuses[2], "Analyzing scene (100 %) ...");

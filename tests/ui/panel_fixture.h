@@ -63,7 +63,7 @@ class PanelTest : public ::testing::Test {
     s.fileName = (dir_ / file).string();
     s.recStart = 0;
     s.recEnd = 10;
-    SettingsRecordTarget target(*scene_, s);
+    SettingsRecordTarget target(s);
     Recorder rec(*scene_, nullptr);
     RecordOptions opt;
     opt.quiet = true;
