@@ -1,5 +1,9 @@
 // `kvcache panel`: actions by id or caption, the undo step each made, and bad actions refused.
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
 
 #include "commands.h"
 #include "support.h"
@@ -33,12 +37,14 @@ TEST(PanelCommand, BadActionsAreRefusedWithTheirReason) {
 }
 
 TEST(PanelCommand, ExplodeButtonExplodesTheLoadedCache) {
-  const std::string cache = ::testing::TempDir() + "kv_panel_explode.kvc";
+  const std::string cache =
+      ::testing::TempDir() + "kv_panel_explode_" + std::to_string(::getpid()) + ".kvc";
   WriteFile(cache, TwoElementCache());
   const Outcome r = Call({"panel", cache, "--do", "press 1142"});
   ASSERT_EQ(r.code, kExitOk) << r.err;
   // Reduction is on by default, so its step follows the explode's and is the last one.
   EXPECT_NE(r.out.find("> press 1142  [undo: Reduce Keys]"), std::string::npos) << r.out;
+  std::remove(cache.c_str());
 }
 
 }  // namespace
