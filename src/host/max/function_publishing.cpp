@@ -11,7 +11,7 @@
 
 #include "host/max/cache_object.h"
 #include "host/max/class_desc.h"
-#include "host/max/fp_table.h"
+#include "host/max/fp_convert.h"
 #include "host/max/max_host.h"
 #include "object/cache_obj.h"
 #include "script/cache_fns.h"
@@ -19,8 +19,6 @@
 namespace kv::max {
 
 namespace {
-
-using script::Kind;
 
 ParamType2 P(int code) {
   return static_cast<ParamType2>(code);
@@ -102,126 +100,47 @@ struct CallScope {
   std::vector<std::unique_ptr<MaxControl>> controls;
 };
 
-script::Value FromFp(const FPValue& v, CallScope& scope);
-
-script::Value FromFpTab(const FPValue& v, CallScope& scope) {
-  std::vector<script::Value> items;
-  if (fp::BaseCode(v.type) == (fp::kFPValue | fp::kTab) && v.fpv_tab) {
-    const Tab<FPValue*>& tab = *v.fpv_tab;
-    for (int i = 0; i < tab.Count(); ++i) {
-      items.push_back(tab[i] ? FromFp(*tab[i], scope) : script::Value::Undef());
-    }
+// What reading an argument needs from 3ds Max (fp::Read).
+struct SdkIn {
+  CallScope& scope;
+  std::string Text(const wchar_t* s) { return Narrow(s); }
+  kv::Interval Range(const ::Interval& i) { return ToKv(i); }
+  host::Node* Node(::INode* n) { return TheHost().Wrap(n); }
+  host::Control* Control(::Control* c) {
+    scope.controls.push_back(std::make_unique<MaxControl>(c));
+    return scope.controls.back().get();
   }
-  return script::Value::List(std::move(items));
-}
+};
 
-script::Value FromFp(const FPValue& v, CallScope& scope) {
-  const int base = fp::BaseCode(v.type);
-  switch (fp::KindOf(v.type)) {
-    case Kind::Int:
-      return script::Value::Int(v.i);
-    case Kind::Float:
-      return script::Value::Float(v.f);
-    case Kind::Bool:
-      return script::Value::Bool(base == fp::kLowerBool ? v.b : v.i != 0);
-    case Kind::String:
-      if (base == fp::kTStr)
-        return v.tstr ? script::Value::String(Narrow(v.tstr->data())) : script::Value::Undef();
-      return v.s ? script::Value::String(Narrow(v.s)) : script::Value::Undef();
-    case Kind::Name:
-      return v.s ? script::Value::Name(Narrow(v.s)) : script::Value::Undef();
-    case Kind::Time:
-      return script::Value::Time(v.t);
-    case Kind::Interval:
-      return v.intvl ? script::Value::Range(ToKv(*v.intvl)) : script::Value::Undef();
-    case Kind::Node:
-      return v.n ? script::Value::NodeRef(TheHost().Wrap(v.n)) : script::Value::Undef();
-    case Kind::Controller:
-      if (!v.ctrl) return script::Value::Undef();
-      scope.controls.push_back(std::make_unique<MaxControl>(v.ctrl));
-      return script::Value::Ctrl(scope.controls.back().get());
-    case Kind::BitArray: {
-      if (!v.bits) return script::Value::Undef();
-      kv::BitArray bits(v.bits->GetSize());
-      for (int i = 0; i < bits.GetSize(); ++i) {
-        if ((*v.bits)[i]) bits.Set(i);
-      }
-      return script::Value::Bits(std::move(bits));
-    }
-    case Kind::Array:
-      return FromFpTab(v, scope);
-    default:
-      return script::Value::Undef();
+// What writing a result needs (fp::Write): allocations the FPValue owns, names kept here.
+struct SdkOut {
+  TextStore names;
+  MSTR* NewText(const std::string& s) { return new MSTR(Widen(s).c_str()); }
+  const wchar_t* NameText(const std::string& s) {
+    names.push_back(Widen(s));
+    return names.back().c_str();
   }
-}
+  ::Interval* NewRange(kv::Interval iv) { return new ::Interval(ToMax(iv)); }
+  ::INode* SdkNode(host::Node* n) {
+    auto* m = dynamic_cast<MaxNode*>(n);
+    return m ? m->Sdk() : nullptr;
+  }
+  ::Control* SdkControl(host::Control* c) { return MaxControl::SdkOf(c); }
+  ::BitArray* NewBits(int n) { return new ::BitArray(n); }
+  Tab<FPValue*>* NewTab() { return new Tab<FPValue*>(); }
+  FPValue* NewValue() { return new FPValue(); }
+  void Append(Tab<FPValue*>* tab, FPValue* v) { tab->Append(1, &v); }
+};
 
 // An argument of table type `type`. A value-typed argument arrives as a script value, which
 // the scripting engine itself turns into a function-publishing value first.
 script::Value ArgToScript(FPValue& v, script::Type type, CallScope& scope) {
-  if (type != script::Type::Value) return FromFp(v, scope);
-  if (fp::BaseCode(v.type) != fp::kValue) return FromFp(v, scope);
+  SdkIn in{scope};
+  if (type != script::Type::Value || fp::BaseCode(v.type) != fp::kValue) return fp::Read(v, in);
   if (!v.v) return script::Value::Undef();
   FPValue plain;
   v.v->to_fpvalue(plain);
-  return FromFp(plain, scope);
-}
-
-// `s` as a function-publishing value that owns what it points to (freed with it), names
-// excepted: they point into `texts`.
-void ToFp(const script::Value& s, FPValue& out, TextStore& texts) {
-  out.type = P(fp::ResultCodeOf(s.kind));
-  switch (s.kind) {
-    case Kind::Undefined:
-    case Kind::Ok:
-      out.ptr = nullptr;
-      break;
-    case Kind::Bool:
-      out.i = s.b ? TRUE : FALSE;
-      break;
-    case Kind::Int:
-      out.i = s.i;
-      break;
-    case Kind::Float:
-      out.f = s.f;
-      break;
-    case Kind::String:
-      out.tstr = new MSTR(Widen(s.s).c_str());
-      break;
-    case Kind::Time:
-      out.t = s.t;
-      break;
-    case Kind::Interval:
-      out.intvl = new ::Interval(ToMax(s.iv));
-      break;
-    case Kind::Node: {
-      auto* n = dynamic_cast<MaxNode*>(s.node);
-      out.n = n ? n->Sdk() : nullptr;
-      break;
-    }
-    case Kind::Name:
-      texts.push_back(Widen(s.s));
-      out.s = const_cast<MCHAR*>(texts.back().c_str());
-      break;
-    case Kind::Controller:
-      out.ctrl = MaxControl::SdkOf(s.ctrl);
-      break;
-    case Kind::Array: {
-      auto* tab = new Tab<FPValue*>();
-      for (const script::Value& item : s.items) {
-        auto* e = new FPValue();
-        ToFp(item, *e, texts);
-        tab->Append(1, &e);
-      }
-      out.fpv_tab = tab;
-      break;
-    }
-    case Kind::BitArray: {
-      auto* bits = new ::BitArray(s.bits.GetSize());
-      s.bits.ForEachSet([bits](int i) { bits->Set(i); });
-      out.bits = bits;
-      break;
-    }
-  }
+  return fp::Read(plain, in);
 }
 
 void StoreResult(script::Type type, const script::Value& s, FPValue& result) {
@@ -245,9 +164,9 @@ void StoreResult(script::Type type, const script::Value& s, FPValue& result) {
     case script::Type::Value: {
       auto* conv = static_cast<ValueConverter*>(GetCOREInterface(VALUECONVERTER_INTERFACE_ID));
       if (!conv) break;
-      TextStore texts;
+      SdkOut out;
       FPValue plain;
-      ToFp(s, plain, texts);
+      fp::Write(s, plain, out);
       result.type = TYPE_VALUE;
       result.v = conv->FPValue_to_val(plain);
       return;
