@@ -19,6 +19,7 @@ namespace kv::max {
 class MaxHold final : public host::Hold {
  public:
   bool Holding() const override { return theHold.Holding() != 0; }
+  bool RestoringOrRedoing() const override { return theHold.RestoreOrRedoing() != 0; }
   void Begin() override { theHold.Begin(); }
   void Put(std::unique_ptr<host::RestoreObj> rec) override;
   void Accept(const std::string& label) override;
@@ -99,6 +100,10 @@ class MaxHost final : public host::Interface {
   void DeleteNode(host::Node* node) override;
   std::unique_ptr<host::Control> NewControl(host::ControlKind kind) override {
     return NewMaxControl(kind);
+  }
+  std::unique_ptr<host::Control> NewKeyControl(host::ControlKind kind,
+                                               host::Interp interp) override {
+    return NewMaxKeyControl(kind, interp);
   }
   void ClearSelection() override { Core()->ClearNodeSelection(FALSE); }
 

@@ -209,6 +209,20 @@ class Mesh {
 
 // ---- animation (animtbl.h, control.h)
 enum GetSetMethod { CTRL_RELATIVE, CTRL_ABSOLUTE };
+// Track edit flags: whether an interval's ends are included.
+#define TIME_INCLEFT (1 << 10)
+#define TIME_INCRIGHT (1 << 11)
+// A copied stretch of track, owned by whoever asked for it.
+class TrackClipObject {
+ public:
+  Interval clip;
+  explicit TrackClipObject(Interval iv) : clip(iv) {}
+  virtual ~TrackClipObject();
+  virtual SClass_ID SuperClassID() = 0;
+  virtual Class_ID ClassID() = 0;
+  virtual void DeleteThis() = 0;
+  virtual int NumKeys();
+};
 class InterfaceServer {
  public:
   virtual ~InterfaceServer();
@@ -223,6 +237,11 @@ class Animatable : public InterfaceServer {
   virtual int GetKeyIndex(TimeValue t);
   virtual void DeleteKeyByIndex(int index);
   virtual void DeleteThis();
+  virtual void* GetInterface(ULONG id);
+  virtual BOOL CanCopyTrack(Interval iv, DWORD flags);
+  virtual BOOL CanPasteTrack(TrackClipObject* cobj, Interval iv, DWORD flags);
+  virtual TrackClipObject* CopyTrack(Interval iv, DWORD flags);
+  virtual void PasteTrack(TrackClipObject* cobj, Interval iv, DWORD flags);
 };
 enum RefResult { REF_FAIL, REF_SUCCEED, REF_DONTCARE, REF_STOP, REF_INVALID };
 #define NOTIFY_ALL 0xfffffff0
@@ -267,6 +286,65 @@ ReferenceTarget* CloneRefHierarchy(ReferenceTarget* rm);
 void AnimateOn();
 void AnimateOff();
 
+// ---- keyframe controllers and their keys (istdplug.h, AnimatableInterfaceIDs.h)
+#define LININTERP_FLOAT_CLASS_ID 0x2001
+#define LININTERP_POSITION_CLASS_ID 0x2002
+#define LININTERP_ROTATION_CLASS_ID 0x2003
+#define LININTERP_SCALE_CLASS_ID 0x2004
+#define HYBRIDINTERP_FLOAT_CLASS_ID 0x2007
+#define HYBRIDINTERP_POSITION_CLASS_ID 0x2008
+#define HYBRIDINTERP_ROTATION_CLASS_ID 0x2009
+#define HYBRIDINTERP_POINT3_CLASS_ID 0x200A
+#define HYBRIDINTERP_SCALE_CLASS_ID 0x2010
+#define TCBINTERP_FLOAT_CLASS_ID 0x442311
+#define TCBINTERP_POSITION_CLASS_ID 0x442312
+#define TCBINTERP_ROTATION_CLASS_ID 0x442313
+#define TCBINTERP_POINT3_CLASS_ID 0x442314
+#define TCBINTERP_SCALE_CLASS_ID 0x442315
+#define I_KEYCONTROL 0x00001100
+class AngAxis {
+ public:
+  Point3 axis;
+  float angle;
+};
+class IKey {
+ public:
+  TimeValue time;
+  DWORD flags;
+};
+class ITCBKey : public IKey {
+ public:
+  float tens, cont, bias, easeIn, easeOut;
+};
+class ITCBFloatKey : public ITCBKey {
+ public:
+  float val;
+};
+class ITCBPoint3Key : public ITCBKey {
+ public:
+  Point3 val;
+};
+class ITCBRotKey : public ITCBKey {
+ public:
+  AngAxis val;
+};
+class ITCBScaleKey : public ITCBKey {
+ public:
+  ScaleValue val;
+};
+class IKeyControl {
+ public:
+  virtual int GetNumKeys() = 0;
+  virtual void SetNumKeys(int n) = 0;
+  virtual void GetKey(int i, IKey* key) = 0;
+  virtual void SetKey(int i, IKey* key) = 0;
+  virtual int AppendKey(IKey* key) = 0;
+  virtual void SortKeys() = 0;
+  virtual DWORD& GetTrackFlags() = 0;
+  virtual int GetKeySize();
+};
+#define GetKeyControlInterface(anim) ((IKeyControl*)(anim)->GetInterface(I_KEYCONTROL))
+
 // ---- undo (hold.h)
 class RestoreObj : public InterfaceServer {
  public:
@@ -278,6 +356,8 @@ class RestoreObj : public InterfaceServer {
 };
 class Hold {
  public:
+  // True while an undo or redo is putting records back.
+  int RestoreOrRedoing();
   void Begin();
   void Put(RestoreObj* rob);
   void Accept(const MCHAR* nm);

@@ -149,6 +149,26 @@ int Animatable::GetKeyIndex(TimeValue) {
 }
 void Animatable::DeleteKeyByIndex(int) {}
 void Animatable::DeleteThis() {}
+void* Animatable::GetInterface(ULONG) {
+  return nullptr;
+}
+BOOL Animatable::CanCopyTrack(Interval, DWORD) {
+  return FALSE;
+}
+BOOL Animatable::CanPasteTrack(TrackClipObject*, Interval, DWORD) {
+  return FALSE;
+}
+TrackClipObject* Animatable::CopyTrack(Interval, DWORD) {
+  return nullptr;
+}
+void Animatable::PasteTrack(TrackClipObject*, Interval, DWORD) {}
+TrackClipObject::~TrackClipObject() {}
+int TrackClipObject::NumKeys() {
+  return 0;
+}
+int IKeyControl::GetKeySize() {
+  return 0;
+}
 IOResult ReferenceMaker::Save(ISave*) {
   return IO_OK;
 }
@@ -175,6 +195,9 @@ int RestoreObj::Size() {
 void RestoreObj::EndHold() {}
 MSTR RestoreObj::Description() {
   return MSTR();
+}
+int Hold::RestoreOrRedoing() {
+  return 0;
 }
 void Hold::Begin() {}
 void Hold::Put(RestoreObj* rob) {
