@@ -82,6 +82,7 @@ class PBValidator {
 class PBAccessor {
  public:
   virtual ~PBAccessor();
+  virtual MSTR GetLocalName(ReferenceMaker* owner, ParamID id, int tabIndex, bool localized);
 };
 
 class ParamBlockDesc2 {

@@ -443,13 +443,37 @@ class INode : public ReferenceTarget {
   virtual void SetVisController(Control* cont) = 0;
   virtual BOOL GetInheritVisibility() = 0;
   virtual void SetInheritVisibility(BOOL onOff) = 0;
+  virtual int Renderable() = 0;
+  virtual void SetRenderable(BOOL onOff) = 0;
+  virtual int CastShadows() = 0;
+  virtual void SetCastShadows(BOOL onOff) = 0;
+  virtual int RcvShadows() = 0;
+  virtual void SetRcvShadows(BOOL onOff) = 0;
+  virtual int GetBoxMode() = 0;
+  virtual void BoxMode(int onOff) = 0;
+  virtual int GetBackCull() = 0;
+  virtual void BackCull(BOOL onOff) = 0;
   virtual ObjectState EvalWorldState(TimeValue time, BOOL evalHidden = TRUE) = 0;
 };
 
 class PickModeCallback;
 class PickNodeCallback;
+// Sub-object hits (hitrec.h).
+class ModContext;
+class HitData;
+class HitRecord {
+ public:
+  INode* nodeRef;
+  ModContext* modContext;
+  DWORD distance;
+  ulong hitInfo;
+  HitData* hitData;
+  HitRecord* Next();
+};
 class ViewExp {
  public:
+  virtual void LogHit(INode* nr, ModContext* mc, DWORD dist, ulong info,
+                      HitData* hitdat = nullptr) = 0;
   virtual INode* GetClosestHit() = 0;
   virtual GraphicsWindow* getGW() = 0;
   virtual Point3 SnapPoint(const IPoint2& in, IPoint2& out, Matrix3* plane2d = nullptr,
@@ -476,6 +500,28 @@ class CreateMouseCallBack {
 };
 
 class IObjParam;
+// Sub-object levels (object.h, GenSubObjType.h).
+class XFormModes;
+class ISubObjType {
+ public:
+  virtual ~ISubObjType();
+};
+class GenSubObjType : public ISubObjType {
+ public:
+  GenSubObjType(const MCHAR* nm, const MCHAR* pBitmapName, int nIndex);
+  ~GenSubObjType() override;
+
+ private:
+  MSTR name;
+};
+class SubObjAxisCallback {
+ public:
+  virtual ~SubObjAxisCallback();
+  virtual void Center(Point3 c, int id) = 0;
+  virtual void TM(Matrix3 tm, int id) = 0;
+  virtual int Type() = 0;
+};
+class IObjParam;
 class BaseObject : public ReferenceTarget {
  public:
   virtual CreateMouseCallBack* GetCreateMouseCallBack() = 0;
@@ -487,6 +533,16 @@ class BaseObject : public ReferenceTarget {
                       ViewExp* vpt);
   virtual void GetWorldBoundBox(TimeValue t, INode* inode, ViewExp* vp, Box3& box);
   virtual void GetLocalBoundBox(TimeValue t, INode* inode, ViewExp* vp, Box3& box);
+  virtual int HitTest(TimeValue t, INode* inode, int type, int crossing, int flags, IPoint2* p,
+                      ViewExp* vpt, ModContext* mc);
+  virtual void SelectSubComponent(HitRecord* hitRec, BOOL selected, BOOL all, BOOL invert = FALSE);
+  virtual void ClearSelection(int selLevel);
+  virtual void ActivateSubobjSel(int level, XFormModes& modes);
+  virtual int NumSubObjTypes();
+  virtual ISubObjType* GetSubObjType(int i);
+  virtual void GetSubObjectCenters(SubObjAxisCallback* cb, TimeValue t, INode* node,
+                                   ModContext* mc);
+  virtual void GetSubObjectTMs(SubObjAxisCallback* cb, TimeValue t, INode* node, ModContext* mc);
 };
 class Object : public BaseObject {
  public:
@@ -504,6 +560,38 @@ class LightObject : public Object {
  public:
   virtual float GetAtten(TimeValue t, int which, Interval& valid) = 0;
 };
+
+// ---- select by name (maxapi.h)
+class INodeTab {
+ public:
+  int Count() const;
+  INode*& operator[](const INT_PTR i) const;
+};
+class HitByNameDlgCallback {
+ public:
+  virtual ~HitByNameDlgCallback();
+  virtual const MCHAR* dialogTitle();
+  virtual const MCHAR* buttonText();
+  virtual BOOL singleSelect();
+  virtual BOOL useFilter();
+  virtual int filter(INode* node);
+  virtual BOOL useProc();
+  virtual void proc(INodeTab& nodeTab);
+  virtual BOOL doCustomHilite();
+  virtual BOOL doHilite(INode* node);
+  virtual BOOL showHiddenAndFrozen();
+};
+
+// ---- broadcast notifications (notify.h)
+#define NOTIFY_PRE_RENDER 0x00000014
+#define NOTIFY_POST_RENDER 0x00000015
+struct NotifyInfo {
+  int intcode;
+  void* callParam;
+};
+typedef void (*NOTIFYPROC)(void* param, NotifyInfo* info);
+int RegisterNotification(NOTIFYPROC proc, void* param, int code);
+int UnRegisterNotification(NOTIFYPROC proc, void* param, int code);
 
 // ---- the application (maxapi.h)
 #define APPENDROLL_CLOSED (1 << 0)
@@ -523,6 +611,9 @@ class Interface {
   virtual int GetSelNodeCount() = 0;
   virtual INode* GetSelNode(int i) = 0;
   virtual void ClearNodeSelection(BOOL redraw = TRUE) = 0;
+  virtual void SelectNode(INode* node, int clearSel = 1) = 0;
+  virtual void DeSelectNode(INode* node) = 0;
+  virtual BOOL DoHitByNameDialog(HitByNameDlgCallback* hbncb = nullptr) = 0;
   virtual void MakeNameUnique(MSTR& name) = 0;
   virtual INode* CreateObjectNode(Object* obj) = 0;
   virtual void* CreateInstance(SClass_ID superID, Class_ID classID) = 0;
