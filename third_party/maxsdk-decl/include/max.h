@@ -12,6 +12,8 @@
 
 #include <cstddef>
 
+#include "baseinterface.h"
+
 // ---- versions (plugapi.h, maxversion.h)
 #define MAX_RELEASE 25000
 #define MAX_API_NUM 62
@@ -226,6 +228,7 @@ class TrackClipObject {
 class InterfaceServer {
  public:
   virtual ~InterfaceServer();
+  virtual BaseInterface* GetInterface(Interface_ID id);
 };
 class Animatable : public InterfaceServer {
  public:
