@@ -26,6 +26,7 @@ typedef wchar_t MCHAR;
 typedef int TimeValue;
 typedef ULONG SClass_ID;
 typedef unsigned short MtlID;
+typedef unsigned long ulong;
 typedef ULONG_PTR PartID;
 typedef unsigned int RefMessage;
 class ReferenceTarget;
@@ -241,6 +242,7 @@ class Animatable : public InterfaceServer {
   virtual void DeleteKeyByIndex(int index);
   virtual void DeleteThis();
   virtual void* GetInterface(ULONG id);
+  BaseInterface* GetInterface(Interface_ID id) override;
   virtual BOOL CanCopyTrack(Interval iv, DWORD flags);
   virtual BOOL CanPasteTrack(TrackClipObject* cobj, Interval iv, DWORD flags);
   virtual TrackClipObject* CopyTrack(Interval iv, DWORD flags);

@@ -152,6 +152,9 @@ void Animatable::DeleteThis() {}
 void* Animatable::GetInterface(ULONG) {
   return nullptr;
 }
+BaseInterface* Animatable::GetInterface(Interface_ID) {
+  return nullptr;
+}
 BOOL Animatable::CanCopyTrack(Interval, DWORD) {
   return FALSE;
 }
