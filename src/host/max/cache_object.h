@@ -2,6 +2,8 @@
 // from the core kvCache_obj it owns.
 #pragma once
 
+#include <ifnpub.h>
+
 #include <memory>
 
 #include "host/max/sdk.h"
@@ -44,6 +46,9 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
   ::IOResult Save(::ISave* isave) override;
   ::IOResult Load(::ILoad* iload) override;
   void DeleteThis() override { delete this; }
+  // The KV_Cache_Fns mixin for its id (function_publishing.cpp), else the base's answer.
+  using SimpleObject2::GetInterface;
+  BaseInterface* GetInterface(Interface_ID id) override;
   // The core changed: the next evaluation must rebuild the mesh.
   void InvalidateMesh() { ivalid.SetEmpty(); }
 
@@ -59,6 +64,7 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
   std::unique_ptr<kvCache_obj> core_;
   std::unique_ptr<MaxPanel> panel_;  // between BeginEditParams and EndEditParams
   std::unique_ptr<ui::CacheDisplay> display_;
+  std::unique_ptr<FPMixinInterface> fns_;  // made on the first request for it
 };
 
 }  // namespace kv::max

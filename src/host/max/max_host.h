@@ -128,7 +128,8 @@ class MaxHost final : public host::Interface {
                       const std::string& filter, std::string& path) override;
   bool OpenFileDialog(const std::string& title, const std::string& filter,
                       std::string& path) override;
-  void ListenerPrint(const std::string&) override {}
+  // The script listener's stream (function_publishing.cpp).
+  void ListenerPrint(const std::string& text) override;
   void PushPrompt(const std::string& text) override { Core()->PushPrompt(Widen(text).c_str()); }
   void PopPrompt() override { Core()->PopPrompt(); }
   void SetPickMode(host::PickModeCallback& cb) override;
@@ -151,6 +152,9 @@ class MaxHost final : public host::Interface {
   // ---- text: names in files use the system's ANSI code page
   std::string ToCodePage(std::string_view utf8) const override;
   std::string FromCodePage(std::string_view bytes) const override;
+
+  // ---- work: the system thread pool, this thread taking its share (parallel_for.cpp)
+  void ParallelFor(size_t n, size_t grain, host::RangeFn fn) override;
 
   // The wrapper of an SDK node (made on first use, kept for the library's life); null for null.
   MaxNode* Wrap(::INode* n) const;

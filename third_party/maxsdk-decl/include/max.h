@@ -12,6 +12,8 @@
 
 #include <cstddef>
 
+#include "baseinterface.h"
+
 // ---- versions (plugapi.h, maxversion.h)
 #define MAX_RELEASE 25000
 #define MAX_API_NUM 62
@@ -212,6 +214,7 @@ enum GetSetMethod { CTRL_RELATIVE, CTRL_ABSOLUTE };
 class InterfaceServer {
  public:
   virtual ~InterfaceServer();
+  virtual BaseInterface* GetInterface(Interface_ID id);
 };
 class Animatable : public InterfaceServer {
  public:
