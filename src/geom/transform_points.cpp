@@ -96,11 +96,10 @@ KV_AVX_TARGET std::size_t TransformAvx(const Matrix3& m, const float* __restrict
   std::size_t j = 0;
   for (; j + 8 <= n; j += 8) {
     const float* p = in + 3 * j;
-    const __m256 l0 = _mm256_loadu_ps(p), l1 = _mm256_loadu_ps(p + 8),
-                 l2 = _mm256_loadu_ps(p + 16);
-    const __m256 i0 = _mm256_blend_ps(l0, l1, 0xF0);          // f0-3  | f12-15
+    const __m256 l0 = _mm256_loadu_ps(p), l1 = _mm256_loadu_ps(p + 8), l2 = _mm256_loadu_ps(p + 16);
+    const __m256 i0 = _mm256_blend_ps(l0, l1, 0xF0);         // f0-3  | f12-15
     const __m256 i1 = _mm256_permute2f128_ps(l0, l2, 0x21);  // f4-7  | f16-19
-    const __m256 i2 = _mm256_blend_ps(l1, l2, 0xF0);          // f8-11 | f20-23
+    const __m256 i2 = _mm256_blend_ps(l1, l2, 0xF0);         // f8-11 | f20-23
     KV_TO_SOA(_mm256_shuffle_ps, i0, i1, i2, X, Y, Z);
     const __m256 ox = _mm256_fmadd_ps(X, a0, _mm256_fmadd_ps(Y, b0, _mm256_fmadd_ps(Z, c0, t0)));
     const __m256 oy = _mm256_fmadd_ps(X, a1, _mm256_fmadd_ps(Y, b1, _mm256_fmadd_ps(Z, c1, t1)));
@@ -161,8 +160,7 @@ KV_AVX_TARGET void RunsAvx(const PointRun* runs, std::size_t count) {
 void RunsPortable(const PointRun* runs, std::size_t count) {
   for (std::size_t k = 0; k < count; ++k) {
     const PointRun& r = runs[k];
-    TransformTail(r.m, reinterpret_cast<const float*>(r.in), reinterpret_cast<float*>(r.out),
-                  r.n);
+    TransformTail(r.m, reinterpret_cast<const float*>(r.in), reinterpret_cast<float*>(r.out), r.n);
   }
 }
 
