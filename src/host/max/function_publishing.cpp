@@ -1,6 +1,8 @@
 #include "host/max/function_publishing.h"
 
 #include <maxscript/foundation/functions.h>
+#include <maxscript/foundation/streams.h>
+#include <maxscript/kernel/exceptions.h>
 #include <maxscript/maxscript.h>
 #include <maxscript/util/listener.h>
 

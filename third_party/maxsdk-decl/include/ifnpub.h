@@ -27,10 +27,10 @@ typedef int FPStatus;
 #define FP_CORE 0x0004
 #define FP_STATIC_METHODS 0x0008
 
-// Function definition flags.
+// Function (FP_) and parameter (FPP_) definition flags. The reference names them and says what
+// they mean; their values here are the ones the binding was written against, and a build with
+// the real SDK takes the SDK's own.
 #define FP_HAS_KEYARGS 0x0020
-
-// Parameter definition flags.
 #define FPP_KEYARG 0x0010
 
 // Parameter type modifiers (paramtype.h).
