@@ -43,6 +43,18 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
               ViewExp* vpt) override;
   void GetWorldBoundBox(TimeValue t, ::INode* inode, ViewExp* vp, ::Box3& box) override;
   void GetLocalBoundBox(TimeValue t, ::INode* inode, ViewExp* vp, ::Box3& box) override;
+  // Sub-object levels: the core's elements and gizmo.
+  int HitTest(TimeValue t, ::INode* inode, int type, int crossing, int flags, ::IPoint2* p,
+              ViewExp* vpt, ModContext* mc) override;
+  void SelectSubComponent(::HitRecord* hitRec, BOOL selected, BOOL all,
+                          BOOL invert = FALSE) override;
+  void ClearSelection(int selLevel) override;
+  void ActivateSubobjSel(int level, XFormModes& modes) override;
+  int NumSubObjTypes() override;
+  ISubObjType* GetSubObjType(int i) override;
+  void GetSubObjectCenters(SubObjAxisCallback* cb, TimeValue t, ::INode* node,
+                           ModContext* mc) override;
+  void GetSubObjectTMs(SubObjAxisCallback* cb, TimeValue t, ::INode* node, ModContext* mc) override;
   ::IOResult Save(::ISave* isave) override;
   ::IOResult Load(::ILoad* iload) override;
   void DeleteThis() override { delete this; }
