@@ -32,8 +32,8 @@ void ExpectTwoElementIndex(const kvCacheReader& r, bool normals) {
   EXPECT_EQ(a.hasNormals, normals);
   EXPECT_FALSE(b.hasNormals);
   EXPECT_EQ(r.AnyNormals(), normals);
-  EXPECT_EQ(a.matIds, std::vector<uint16_t>{4});
-  EXPECT_EQ(b.matIds, std::vector<uint16_t>{2});
+  EXPECT_EQ(std::vector<uint16_t>(a.matIds.begin(), a.matIds.end()), std::vector<uint16_t>{4});
+  EXPECT_EQ(std::vector<uint16_t>(b.matIds.begin(), b.matIds.end()), std::vector<uint16_t>{2});
   EXPECT_EQ(a.lowChannel, 1);
   EXPECT_EQ(a.highChannel, 3);
   EXPECT_EQ(b.lowChannel, 3);
