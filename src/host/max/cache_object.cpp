@@ -165,6 +165,74 @@ int MaxCacheObject::HitTest(TimeValue t, ::INode* inode, int type, int crossing,
   return display_->HitTest(t, *node, kind, crossing != 0, flags, pts, gw);
 }
 
+int MaxCacheObject::HitTest(TimeValue t, ::INode* inode, int type, int crossing, int flags,
+                            ::IPoint2* p, ViewExp* vpt, ModContext* mc) {
+  MaxNode* node = TheHost().Wrap(inode);
+  if (!node || !vpt || !p) return 0;
+  host::HitRegion::Type kind;
+  const std::vector<host::IPoint2> pts = HitPoints(type, p, kind);
+  MaxGraphicsWindow gw(vpt->getGW());
+  host::HitLog log;
+  const int res = display_->HitTestAtLevel(t, *node, kind, crossing != 0, flags, pts, gw, log);
+  // Sub-object hits reach 3ds Max through the viewport's log, one per element.
+  for (const host::HitRecord& h : log.Hits()) vpt->LogHit(inode, mc, h.distance, h.info);
+  return log.Empty() ? res : 1;
+}
+
+void MaxCacheObject::SelectSubComponent(::HitRecord* hitRec, BOOL selected, BOOL all, BOOL invert) {
+  std::vector<uint32_t> hits;
+  for (::HitRecord* r = hitRec; r; r = all ? r->Next() : nullptr) {
+    hits.push_back(static_cast<uint32_t>(r->hitInfo));
+  }
+  if (!invert) {
+    core_->SelectSubComponent(hits, selected != FALSE, true);
+    return;
+  }
+  // Inverting flips each element hit on its own.
+  for (uint32_t e : hits) {
+    const bool on = core_->Selection().count(e) == 0;
+    core_->SelectSubComponent(std::span<const uint32_t>(&e, 1), on, true);
+  }
+}
+
+void MaxCacheObject::ClearSelection(int selLevel) {
+  if (selLevel == ui::kLevelElements) core_->ClearSelection();
+}
+
+void MaxCacheObject::ActivateSubobjSel(int level, XFormModes&) {
+  display_->ActivateSubobjSel(level);
+  // Only the drawing changes (elements and gizmo are drawn by level), not the mesh.
+  NotifyDependents(::Interval(TIME_NegInfinity, TIME_PosInfinity), PART_SELECT | PART_DISPLAY,
+                   REFMSG_CHANGE);
+}
+
+int MaxCacheObject::NumSubObjTypes() {
+  return ui::kNumSubObjTypes;
+}
+
+ISubObjType* MaxCacheObject::GetSubObjType(int i) {
+  static const std::wstring names[ui::kNumSubObjTypes] = {Widen(ui::SubObjTypeName(0)),
+                                                          Widen(ui::SubObjTypeName(1))};
+  static GenSubObjType types[ui::kNumSubObjTypes] = {{names[0].c_str(), L"SubObjectIcons", 1},
+                                                     {names[1].c_str(), L"SubObjectIcons", 2}};
+  const int type = display_->GetSubObjType(i);
+  return type >= 0 && type < ui::kNumSubObjTypes ? &types[type] : nullptr;
+}
+
+void MaxCacheObject::GetSubObjectCenters(SubObjAxisCallback* cb, TimeValue t, ::INode* inode,
+                                         ModContext*) {
+  MaxNode* node = TheHost().Wrap(inode);
+  if (!cb || !node) return;
+  cb->Center(max::ToMax(display_->GetSubObjectTM(t, *node).GetTrans()), 0);
+}
+
+void MaxCacheObject::GetSubObjectTMs(SubObjAxisCallback* cb, TimeValue t, ::INode* inode,
+                                     ModContext*) {
+  MaxNode* node = TheHost().Wrap(inode);
+  if (!cb || !node) return;
+  cb->TM(max::ToMax(display_->GetSubObjectTM(t, *node)), 0);
+}
+
 void MaxCacheObject::GetWorldBoundBox(TimeValue t, ::INode* inode, ViewExp*, ::Box3& box) {
   MaxNode* node = TheHost().Wrap(inode);
   box = node ? ToMax(display_->GetWorldBoundBox(t, *node)) : ::Box3();

@@ -149,6 +149,29 @@ int Animatable::GetKeyIndex(TimeValue) {
 }
 void Animatable::DeleteKeyByIndex(int) {}
 void Animatable::DeleteThis() {}
+void* Animatable::GetInterface(ULONG) {
+  return nullptr;
+}
+BaseInterface* Animatable::GetInterface(Interface_ID) {
+  return nullptr;
+}
+BOOL Animatable::CanCopyTrack(Interval, DWORD) {
+  return FALSE;
+}
+BOOL Animatable::CanPasteTrack(TrackClipObject*, Interval, DWORD) {
+  return FALSE;
+}
+TrackClipObject* Animatable::CopyTrack(Interval, DWORD) {
+  return nullptr;
+}
+void Animatable::PasteTrack(TrackClipObject*, Interval, DWORD) {}
+TrackClipObject::~TrackClipObject() {}
+int TrackClipObject::NumKeys() {
+  return 0;
+}
+int IKeyControl::GetKeySize() {
+  return 0;
+}
 IOResult ReferenceMaker::Save(ISave*) {
   return IO_OK;
 }
@@ -175,6 +198,9 @@ int RestoreObj::Size() {
 void RestoreObj::EndHold() {}
 MSTR RestoreObj::Description() {
   return MSTR();
+}
+int Hold::RestoreOrRedoing() {
+  return 0;
 }
 void Hold::Begin() {}
 void Hold::Put(RestoreObj* rob) {
@@ -237,6 +263,9 @@ DWORD ClassDesc::InitialRollupPageState() {
 
 PBValidator::~PBValidator() {}
 PBAccessor::~PBAccessor() {}
+MSTR PBAccessor::GetLocalName(ReferenceMaker*, ParamID, int, bool) {
+  return MSTR();
+}
 ParamBlockDesc2::ParamBlockDesc2(BlockID, const MCHAR*, StringResID, ClassDesc2*, USHORT, ...) {}
 ParamBlockDesc2::~ParamBlockDesc2() {}
 void ParamBlockDesc2::AddParam(ParamID, ...) {}
@@ -360,3 +389,67 @@ int BaseObject::HitTest(TimeValue, INode*, int, int, int, IPoint2*, ViewExp*) {
 }
 void BaseObject::GetWorldBoundBox(TimeValue, INode*, ViewExp*, Box3&) {}
 void BaseObject::GetLocalBoundBox(TimeValue, INode*, ViewExp*, Box3&) {}
+int BaseObject::HitTest(TimeValue, INode*, int, int, int, IPoint2*, ViewExp*, ModContext*) {
+  return 0;
+}
+void BaseObject::SelectSubComponent(HitRecord*, BOOL, BOOL, BOOL) {}
+void BaseObject::ClearSelection(int) {}
+void BaseObject::ActivateSubobjSel(int, XFormModes&) {}
+int BaseObject::NumSubObjTypes() {
+  return 0;
+}
+ISubObjType* BaseObject::GetSubObjType(int) {
+  return nullptr;
+}
+void BaseObject::GetSubObjectCenters(SubObjAxisCallback*, TimeValue, INode*, ModContext*) {}
+void BaseObject::GetSubObjectTMs(SubObjAxisCallback*, TimeValue, INode*, ModContext*) {}
+HitRecord* HitRecord::Next() {
+  return nullptr;
+}
+ISubObjType::~ISubObjType() {}
+GenSubObjType::GenSubObjType(const MCHAR* nm, const MCHAR*, int) : name(nm) {}
+GenSubObjType::~GenSubObjType() {}
+SubObjAxisCallback::~SubObjAxisCallback() {}
+
+int INodeTab::Count() const {
+  return 0;
+}
+INode*& INodeTab::operator[](const INT_PTR) const {
+  static INode* none = nullptr;
+  return none;
+}
+HitByNameDlgCallback::~HitByNameDlgCallback() {}
+const MCHAR* HitByNameDlgCallback::dialogTitle() {
+  return L"";
+}
+const MCHAR* HitByNameDlgCallback::buttonText() {
+  return L"";
+}
+BOOL HitByNameDlgCallback::singleSelect() {
+  return FALSE;
+}
+BOOL HitByNameDlgCallback::useFilter() {
+  return TRUE;
+}
+int HitByNameDlgCallback::filter(INode*) {
+  return TRUE;
+}
+BOOL HitByNameDlgCallback::useProc() {
+  return TRUE;
+}
+void HitByNameDlgCallback::proc(INodeTab&) {}
+BOOL HitByNameDlgCallback::doCustomHilite() {
+  return FALSE;
+}
+BOOL HitByNameDlgCallback::doHilite(INode*) {
+  return FALSE;
+}
+BOOL HitByNameDlgCallback::showHiddenAndFrozen() {
+  return FALSE;
+}
+int RegisterNotification(NOTIFYPROC, void*, int) {
+  return 1;
+}
+int UnRegisterNotification(NOTIFYPROC, void*, int) {
+  return 1;
+}
