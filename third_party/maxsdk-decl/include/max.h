@@ -566,6 +566,50 @@ class LightObject : public Object {
   virtual float GetAtten(TimeValue t, int which, Interval& valid) = 0;
 };
 
+// ---- custom controls (custcont.h)
+#define CC_SPINNER_CHANGE (WM_USER + 600)
+#define CC_SPINNER_BUTTONDOWN (WM_USER + 601)
+#define CC_SPINNER_BUTTONUP (WM_USER + 602)
+enum EditSpinnerType {
+  EDITTYPE_INT,
+  EDITTYPE_FLOAT,
+  EDITTYPE_UNIVERSE,
+  EDITTYPE_POS_INT,
+  EDITTYPE_POS_FLOAT,
+  EDITTYPE_POS_UNIVERSE,
+  EDITTYPE_TIME,
+};
+enum CustButType { CBT_PUSH, CBT_CHECK };
+class ICustomControl : public InterfaceServer {
+ public:
+  virtual HWND GetHwnd() = 0;
+  virtual void Enable(BOOL onOff = TRUE) = 0;
+  virtual void Disable() = 0;
+  virtual BOOL IsEnabled() = 0;
+};
+class ISpinnerControl : public ICustomControl {
+ public:
+  virtual float GetFVal() = 0;
+  virtual int GetIVal() = 0;
+  virtual void SetScale(float s) = 0;
+  virtual void SetValue(float v, int notify) = 0;
+  virtual void SetValue(int v, int notify) = 0;
+  virtual void SetLimits(int min, int max, int limitCurValue = TRUE) = 0;
+  virtual void SetLimits(float min, float max, int limitCurValue = TRUE) = 0;
+  virtual void LinkToEdit(HWND hEdit, EditSpinnerType type) = 0;
+};
+ISpinnerControl* GetISpinner(HWND hCtrl);
+void ReleaseISpinner(ISpinnerControl* isc);
+class ICustButton : public ICustomControl {
+ public:
+  virtual void SetText(const MCHAR* text) = 0;
+  virtual void SetType(CustButType type) = 0;
+  virtual void SetCheck(BOOL checked) = 0;
+  virtual BOOL IsChecked() = 0;
+};
+ICustButton* GetICustButton(HWND hCtrl);
+void ReleaseICustButton(ICustButton* icb);
+
 // ---- select by name (maxapi.h)
 class INodeTab {
  public:

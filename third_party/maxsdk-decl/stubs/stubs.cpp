@@ -453,3 +453,11 @@ int RegisterNotification(NOTIFYPROC, void*, int) {
 int UnRegisterNotification(NOTIFYPROC, void*, int) {
   return 1;
 }
+ISpinnerControl* GetISpinner(HWND) {
+  return nullptr;
+}
+void ReleaseISpinner(ISpinnerControl*) {}
+ICustButton* GetICustButton(HWND) {
+  return nullptr;
+}
+void ReleaseICustButton(ICustButton*) {}
