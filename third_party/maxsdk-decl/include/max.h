@@ -281,6 +281,18 @@ class Control : public ReferenceTarget {
   virtual BOOL SetRotationController(Control* c);
   virtual BOOL SetScaleController(Control* c);
 };
+// Setting a transform controller's value (control.h).
+enum SetXFormCommand { XFORM_MOVE, XFORM_ROTATE, XFORM_SCALE, XFORM_SET };
+class SetXFormPacket {
+ public:
+  SetXFormCommand command;
+  Matrix3 tmParent;
+  Matrix3 tmAxis;
+  Point3 p;
+  Quat q;
+  BOOL localOrigin;
+  SetXFormPacket(const Matrix3& mat, const Matrix3& par);
+};
 Control* NewDefaultFloatController();
 Control* NewDefaultPoint3Controller();
 Control* NewDefaultMatrix3Controller();
@@ -505,8 +517,22 @@ class CreateMouseCallBack {
 };
 
 class IObjParam;
-// Sub-object levels (object.h, GenSubObjType.h).
-class XFormModes;
+// Sub-object levels (object.h, cmdmode.h, GenSubObjType.h).
+class CommandMode {
+ public:
+  virtual ~CommandMode();
+};
+class XFormModes {
+ public:
+  CommandMode* move;
+  CommandMode* rotate;
+  CommandMode* scale;
+  CommandMode* uscale;
+  CommandMode* squash;
+  CommandMode* select;
+  XFormModes(CommandMode* move, CommandMode* rotate, CommandMode* scale, CommandMode* uscale,
+             CommandMode* squash, CommandMode* select);
+};
 class ISubObjType {
  public:
   virtual ~ISubObjType();
@@ -548,6 +574,12 @@ class BaseObject : public ReferenceTarget {
   virtual void GetSubObjectCenters(SubObjAxisCallback* cb, TimeValue t, INode* node,
                                    ModContext* mc);
   virtual void GetSubObjectTMs(SubObjAxisCallback* cb, TimeValue t, INode* node, ModContext* mc);
+  virtual void Move(TimeValue t, Matrix3& partm, Matrix3& tmAxis, Point3& val,
+                    BOOL localOrigin = FALSE);
+  virtual void Rotate(TimeValue t, Matrix3& partm, Matrix3& tmAxis, Quat& val,
+                      BOOL localOrigin = FALSE);
+  virtual void Scale(TimeValue t, Matrix3& partm, Matrix3& tmAxis, Point3& val,
+                     BOOL localOrigin = FALSE);
 };
 class Object : public BaseObject {
  public:
@@ -671,6 +703,7 @@ class Interface {
   virtual void PushPrompt(const MCHAR* s) = 0;
   virtual void PopPrompt() = 0;
   virtual void SetPickMode(PickModeCallback* p) = 0;
+  virtual void DeleteMode(CommandMode* m) = 0;
   virtual INode* PickNode(HWND hWnd, IPoint2 pt, PickNodeCallback* filt = nullptr) = 0;
   virtual BOOL ProgressStart(const MCHAR* title, BOOL dispBar, LPTHREAD_START_ROUTINE fn,
                              LPVOID arg) = 0;
