@@ -12,6 +12,7 @@
 #include "object/cache_obj.h"
 #include "object/params.h"
 #include "ui/cache_display.h"
+#include "ui/gizmo_transform.h"
 
 namespace kv::max {
 
@@ -104,13 +105,33 @@ ReferenceTarget* MaxCacheObject::Clone(RemapDir& remap) {
   return clone;
 }
 
+// The command modes the sub-object levels offer (ui::CommandModesAt): select at the elements
+// level; move, rotate and the scales at the gizmo level.
+struct MaxCacheObject::Modes {
+  Modes(BaseObject* o, IObjParam* ip)
+      : move(o, ip), rotate(o, ip), nuscale(o, ip), uscale(o, ip), squash(o, ip), select(o, ip) {}
+  MoveModBoxCMode move;
+  RotateModBoxCMode rotate;
+  NUScaleModBoxCMode nuscale;
+  UScaleModBoxCMode uscale;
+  SquashModBoxCMode squash;
+  SelectModBoxCMode select;
+};
+
 void MaxCacheObject::BeginEditParams(IObjParam* ip, ULONG flags, Animatable* prev) {
   SimpleObject2::BeginEditParams(ip, flags, prev);
+  modes_ = std::make_unique<Modes>(this, ip);
   panel_ = std::make_unique<MaxPanel>(ip, *core_);
 }
 
 void MaxCacheObject::EndEditParams(IObjParam* ip, ULONG flags, Animatable* next) {
   panel_.reset();
+  if (modes_) {
+    CommandMode* all[] = {&modes_->move,   &modes_->rotate, &modes_->nuscale,
+                          &modes_->uscale, &modes_->squash, &modes_->select};
+    for (CommandMode* m : all) ip->DeleteMode(m);
+    modes_.reset();
+  }
   SimpleObject2::EndEditParams(ip, flags, next);
 }
 
@@ -199,8 +220,34 @@ void MaxCacheObject::ClearSelection(int selLevel) {
   if (selLevel == ui::kLevelElements) core_->ClearSelection();
 }
 
-void MaxCacheObject::ActivateSubobjSel(int level, XFormModes&) {
+void MaxCacheObject::ActivateSubobjSel(int level, XFormModes& modes) {
   display_->ActivateSubobjSel(level);
+  if (modes_) {
+    CommandMode* m[6] = {};  // move, rotate, nuscale, uscale, squash, select
+    for (ui::CommandMode c : ui::CommandModesAt(level)) {
+      switch (c) {
+        case ui::CommandMode::Move:
+          m[0] = &modes_->move;
+          break;
+        case ui::CommandMode::Rotate:
+          m[1] = &modes_->rotate;
+          break;
+        case ui::CommandMode::NUScale:
+          m[2] = &modes_->nuscale;
+          break;
+        case ui::CommandMode::UScale:
+          m[3] = &modes_->uscale;
+          break;
+        case ui::CommandMode::Squash:
+          m[4] = &modes_->squash;
+          break;
+        case ui::CommandMode::Select:
+          m[5] = &modes_->select;
+          break;
+      }
+    }
+    modes = XFormModes(m[0], m[1], m[2], m[3], m[4], m[5]);
+  }
   // Only the drawing changes (elements and gizmo are drawn by level), not the mesh.
   NotifyDependents(::Interval(TIME_NegInfinity, TIME_PosInfinity), PART_SELECT | PART_DISPLAY,
                    REFMSG_CHANGE);
@@ -231,6 +278,36 @@ void MaxCacheObject::GetSubObjectTMs(SubObjAxisCallback* cb, TimeValue t, ::INod
   MaxNode* node = TheHost().Wrap(inode);
   if (!cb || !node) return;
   cb->TM(max::ToMax(display_->GetSubObjectTM(t, *node)), 0);
+}
+
+namespace {
+
+kv::Quat QuatToKv(const ::Quat& q) {
+  return kv::Quat{q.x, q.y, q.z, q.w};
+}
+
+}  // namespace
+
+void MaxCacheObject::Move(TimeValue t, ::Matrix3& partm, ::Matrix3& tmAxis, ::Point3& val, BOOL) {
+  host::Control* g = display_->SubObjectLevel() == ui::kLevelGizmo ? core_->Gizmo() : nullptr;
+  if (!g) return;
+  core_->SetGizmo(t, ui::MoveGizmo(g->GetMatrix(t), ToKv(partm), ToKv(tmAxis), ToKv(val)));
+}
+
+void MaxCacheObject::Rotate(TimeValue t, ::Matrix3& partm, ::Matrix3& tmAxis, ::Quat& val,
+                            BOOL localOrigin) {
+  host::Control* g = display_->SubObjectLevel() == ui::kLevelGizmo ? core_->Gizmo() : nullptr;
+  if (!g) return;
+  core_->SetGizmo(t, ui::RotateGizmo(g->GetMatrix(t), ToKv(partm), ToKv(tmAxis), QuatToKv(val),
+                                     localOrigin != FALSE));
+}
+
+void MaxCacheObject::Scale(TimeValue t, ::Matrix3& partm, ::Matrix3& tmAxis, ::Point3& val,
+                           BOOL localOrigin) {
+  host::Control* g = display_->SubObjectLevel() == ui::kLevelGizmo ? core_->Gizmo() : nullptr;
+  if (!g) return;
+  core_->SetGizmo(t, ui::ScaleGizmo(g->GetMatrix(t), ToKv(partm), ToKv(tmAxis), ToKv(val),
+                                    localOrigin != FALSE));
 }
 
 void MaxCacheObject::GetWorldBoundBox(TimeValue t, ::INode* inode, ViewExp*, ::Box3& box) {

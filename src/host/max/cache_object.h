@@ -55,6 +55,13 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
   void GetSubObjectCenters(SubObjAxisCallback* cb, TimeValue t, ::INode* node,
                            ModContext* mc) override;
   void GetSubObjectTMs(SubObjAxisCallback* cb, TimeValue t, ::INode* node, ModContext* mc) override;
+  // The gizmo level's transforms, in the axis system 3ds Max gives.
+  void Move(TimeValue t, ::Matrix3& partm, ::Matrix3& tmAxis, ::Point3& val,
+            BOOL localOrigin = FALSE) override;
+  void Rotate(TimeValue t, ::Matrix3& partm, ::Matrix3& tmAxis, ::Quat& val,
+              BOOL localOrigin = FALSE) override;
+  void Scale(TimeValue t, ::Matrix3& partm, ::Matrix3& tmAxis, ::Point3& val,
+             BOOL localOrigin = FALSE) override;
   ::IOResult Save(::ISave* isave) override;
   ::IOResult Load(::ILoad* iload) override;
   void DeleteThis() override { delete this; }
@@ -77,6 +84,9 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
   std::unique_ptr<MaxPanel> panel_;  // between BeginEditParams and EndEditParams
   std::unique_ptr<ui::CacheDisplay> display_;
   std::unique_ptr<FPMixinInterface> fns_;  // made on the first request for it
+  // The sub-object command modes, between BeginEditParams and EndEditParams.
+  struct Modes;
+  std::unique_ptr<Modes> modes_;
 };
 
 }  // namespace kv::max

@@ -218,9 +218,12 @@ void MaxControl::SetValue(TimeValue t, const host::ControlValue& v, bool makeKey
     ms.s = ToMax(s->s);
     ms.q.x = s->q.x, ms.q.y = s->q.y, ms.q.z = s->q.z, ms.q.w = s->q.w;
     SetWithMode(c_, t, ms, makeKey);
+  } else if (const kv::Matrix3* m = std::get_if<kv::Matrix3>(&v)) {
+    // Transform controllers take a matrix as a packet that sets it outright.
+    ::Matrix3 parent;
+    parent.IdentityMatrix();
+    SetWithMode(c_, t, SetXFormPacket(ToMax(*m), parent), makeKey);
   }
-  // Matrices go to transform controllers as transform packets, which the core never sends:
-  // it keys a transform through its position, rotation and scale tracks.
 }
 
 std::unique_ptr<host::Control> MaxControl::Clone() const {

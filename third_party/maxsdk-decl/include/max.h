@@ -281,6 +281,18 @@ class Control : public ReferenceTarget {
   virtual BOOL SetRotationController(Control* c);
   virtual BOOL SetScaleController(Control* c);
 };
+// Setting a transform controller's value (control.h).
+enum SetXFormCommand { XFORM_MOVE, XFORM_ROTATE, XFORM_SCALE, XFORM_SET };
+class SetXFormPacket {
+ public:
+  SetXFormCommand command;
+  Matrix3 tmParent;
+  Matrix3 tmAxis;
+  Point3 p;
+  Quat q;
+  BOOL localOrigin;
+  SetXFormPacket(const Matrix3& mat, const Matrix3& par);
+};
 Control* NewDefaultFloatController();
 Control* NewDefaultPoint3Controller();
 Control* NewDefaultMatrix3Controller();
@@ -505,8 +517,22 @@ class CreateMouseCallBack {
 };
 
 class IObjParam;
-// Sub-object levels (object.h, GenSubObjType.h).
-class XFormModes;
+// Sub-object levels (object.h, cmdmode.h, GenSubObjType.h).
+class CommandMode {
+ public:
+  virtual ~CommandMode();
+};
+class XFormModes {
+ public:
+  CommandMode* move;
+  CommandMode* rotate;
+  CommandMode* scale;
+  CommandMode* uscale;
+  CommandMode* squash;
+  CommandMode* select;
+  XFormModes(CommandMode* move, CommandMode* rotate, CommandMode* scale, CommandMode* uscale,
+             CommandMode* squash, CommandMode* select);
+};
 class ISubObjType {
  public:
   virtual ~ISubObjType();
@@ -548,6 +574,12 @@ class BaseObject : public ReferenceTarget {
   virtual void GetSubObjectCenters(SubObjAxisCallback* cb, TimeValue t, INode* node,
                                    ModContext* mc);
   virtual void GetSubObjectTMs(SubObjAxisCallback* cb, TimeValue t, INode* node, ModContext* mc);
+  virtual void Move(TimeValue t, Matrix3& partm, Matrix3& tmAxis, Point3& val,
+                    BOOL localOrigin = FALSE);
+  virtual void Rotate(TimeValue t, Matrix3& partm, Matrix3& tmAxis, Quat& val,
+                      BOOL localOrigin = FALSE);
+  virtual void Scale(TimeValue t, Matrix3& partm, Matrix3& tmAxis, Point3& val,
+                     BOOL localOrigin = FALSE);
 };
 class Object : public BaseObject {
  public:
@@ -565,6 +597,50 @@ class LightObject : public Object {
  public:
   virtual float GetAtten(TimeValue t, int which, Interval& valid) = 0;
 };
+
+// ---- custom controls (custcont.h)
+#define CC_SPINNER_CHANGE (WM_USER + 600)
+#define CC_SPINNER_BUTTONDOWN (WM_USER + 601)
+#define CC_SPINNER_BUTTONUP (WM_USER + 602)
+enum EditSpinnerType {
+  EDITTYPE_INT,
+  EDITTYPE_FLOAT,
+  EDITTYPE_UNIVERSE,
+  EDITTYPE_POS_INT,
+  EDITTYPE_POS_FLOAT,
+  EDITTYPE_POS_UNIVERSE,
+  EDITTYPE_TIME,
+};
+enum CustButType { CBT_PUSH, CBT_CHECK };
+class ICustomControl : public InterfaceServer {
+ public:
+  virtual HWND GetHwnd() = 0;
+  virtual void Enable(BOOL onOff = TRUE) = 0;
+  virtual void Disable() = 0;
+  virtual BOOL IsEnabled() = 0;
+};
+class ISpinnerControl : public ICustomControl {
+ public:
+  virtual float GetFVal() = 0;
+  virtual int GetIVal() = 0;
+  virtual void SetScale(float s) = 0;
+  virtual void SetValue(float v, int notify) = 0;
+  virtual void SetValue(int v, int notify) = 0;
+  virtual void SetLimits(int min, int max, int limitCurValue = TRUE) = 0;
+  virtual void SetLimits(float min, float max, int limitCurValue = TRUE) = 0;
+  virtual void LinkToEdit(HWND hEdit, EditSpinnerType type) = 0;
+};
+ISpinnerControl* GetISpinner(HWND hCtrl);
+void ReleaseISpinner(ISpinnerControl* isc);
+class ICustButton : public ICustomControl {
+ public:
+  virtual void SetText(const MCHAR* text) = 0;
+  virtual void SetType(CustButType type) = 0;
+  virtual void SetCheck(BOOL checked) = 0;
+  virtual BOOL IsChecked() = 0;
+};
+ICustButton* GetICustButton(HWND hCtrl);
+void ReleaseICustButton(ICustButton* icb);
 
 // ---- select by name (maxapi.h)
 class INodeTab {
@@ -627,6 +703,7 @@ class Interface {
   virtual void PushPrompt(const MCHAR* s) = 0;
   virtual void PopPrompt() = 0;
   virtual void SetPickMode(PickModeCallback* p) = 0;
+  virtual void DeleteMode(CommandMode* m) = 0;
   virtual INode* PickNode(HWND hWnd, IPoint2 pt, PickNodeCallback* filt = nullptr) = 0;
   virtual BOOL ProgressStart(const MCHAR* title, BOOL dispBar, LPTHREAD_START_ROUTINE fn,
                              LPVOID arg) = 0;

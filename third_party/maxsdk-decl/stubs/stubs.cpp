@@ -6,6 +6,7 @@
 #include "gfx.h"
 #include "iparamb2.h"
 #include "max.h"
+#include "objmode.h"
 #include "simpobj.h"
 
 WStr::WStr() : buf_(nullptr) {}
@@ -453,3 +454,29 @@ int RegisterNotification(NOTIFYPROC, void*, int) {
 int UnRegisterNotification(NOTIFYPROC, void*, int) {
   return 1;
 }
+ISpinnerControl* GetISpinner(HWND) {
+  return nullptr;
+}
+void ReleaseISpinner(ISpinnerControl*) {}
+ICustButton* GetICustButton(HWND) {
+  return nullptr;
+}
+void ReleaseICustButton(ICustButton*) {}
+SetXFormPacket::SetXFormPacket(const Matrix3& mat, const Matrix3& par)
+    : command(XFORM_SET), tmParent(par), tmAxis(mat), q(), localOrigin(FALSE) {}
+CommandMode::~CommandMode() {}
+XFormModes::XFormModes(CommandMode* mv, CommandMode* ro, CommandMode* sc, CommandMode* us,
+                       CommandMode* sq, CommandMode* se)
+    : move(mv), rotate(ro), scale(sc), uscale(us), squash(sq), select(se) {}
+void BaseObject::Move(TimeValue, Matrix3&, Matrix3&, Point3&, BOOL) {}
+void BaseObject::Rotate(TimeValue, Matrix3&, Matrix3&, Quat&, BOOL) {}
+void BaseObject::Scale(TimeValue, Matrix3&, Matrix3&, Point3&, BOOL) {}
+#define KV_STUB_CMODE(C)           \
+  C::C(BaseObject*, IObjParam*) {} \
+  C::~C() {}
+KV_STUB_CMODE(MoveModBoxCMode)
+KV_STUB_CMODE(RotateModBoxCMode)
+KV_STUB_CMODE(UScaleModBoxCMode)
+KV_STUB_CMODE(NUScaleModBoxCMode)
+KV_STUB_CMODE(SquashModBoxCMode)
+KV_STUB_CMODE(SelectModBoxCMode)
