@@ -103,6 +103,11 @@ void kvCache_obj::SetGizmo(TimeValue t, const Matrix3& tm) {
   NotifyRefChanged(kRefGizmo, RefMessage::Change);
 }
 
+void kvCache_obj::AdoptGizmo(std::unique_ptr<host::Control> c) {
+  gizmo_ = std::move(c);
+  if (gizmo_) OnGizmoChanged();
+}
+
 RefResult kvCache_obj::NotifyRefChanged(int ref, RefMessage msg) {
   if (msg == RefMessage::StopA || msg == RefMessage::StopB || msg == RefMessage::StopC) {
     return RefResult::Stop;

@@ -101,6 +101,11 @@ class kvCache_obj : public host::Object, public GroupOwner, public ParamAccessor
   host::Control* Gizmo();
   // Sets the gizmo's value at t (a key in animate mode) and reacts as to any gizmo change.
   void SetGizmo(TimeValue t, const Matrix3& tm);
+  // Hands the gizmo over to `c`, a controller the host keeps on the object's behalf (a host
+  // whose scene holds references makes its controller the object's reference 1), dropping the
+  // one held. A controller with other keys changes the gizmo, so the object reacts as to any
+  // gizmo change. Null drops the gizmo quietly (the host is letting go); the next use makes one.
+  void AdoptGizmo(std::unique_ptr<host::Control> c);
   RefResult NotifyRefChanged(int ref, RefMessage msg);
 
   // ---- mesh evaluation

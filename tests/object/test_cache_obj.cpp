@@ -577,6 +577,44 @@ TEST_F(CacheObjTest, GizmoTriggersStartElementsWhereTheGizmoReaches) {
   EXPECT_FLOAT_EQ(o->GetMesh().verts[3].z, 20.0f);
 }
 
+TEST_F(CacheObjTest, AdoptedGizmoIsTheOneUsedSavedAndReactedTo) {
+  std::vector<std::vector<Point3>> off(5, {{39.9f, 0, 0}, {0, 40.0f, 0}});
+  for (int s = 0; s < 5; ++s) off[s][0].z = off[s][1].z = 10.0f * s;
+  auto o = Make(Write("adopt.kvc", TinyCache(off)));
+  scene.SetAnimRange({0, 1600});
+  o->Params().SetInt(P::kTriggerMode, 0, 1);
+  o->BuildMesh(2 * 160);
+  EXPECT_FALSE(o->Playback().triggerRecompute);
+  EXPECT_FLOAT_EQ(o->GetMesh().verts[3].z, 0.0f);
+
+  // A host controller already scaled by 2 takes over: the triggers rescan at once and reach
+  // element 1, and the object saves that controller's keys, not the one it made itself.
+  std::unique_ptr<host::Control> host = scene.NewControl(host::ControlKind::Matrix);
+  ASSERT_NE(host, nullptr);
+  host->SetValue(0, ScaleMatrix({2, 2, 2}), false);
+  host::Control* adopted = host.get();
+  o->AdoptGizmo(std::move(host));
+  EXPECT_EQ(o->Gizmo(), adopted);
+  EXPECT_TRUE(o->Playback().triggerRecompute);
+  o->BuildMesh(2 * 160);
+  EXPECT_FLOAT_EQ(o->GetMesh().verts[3].z, 20.0f);
+
+  auto same = Make();
+  same->SetGizmo(0, ScaleMatrix({2, 2, 2}));
+  MemSave a, b;
+  ASSERT_TRUE(o->Save(a));
+  ASSERT_TRUE(same->Save(b));
+  EXPECT_EQ(a.Chunk(kvCache_obj::kChunkGizmo), b.Chunk(kvCache_obj::kChunkGizmo));
+
+  // Letting go is quiet; the next use makes a fresh identity gizmo.
+  o->AdoptGizmo(nullptr);
+  EXPECT_FALSE(o->Playback().triggerRecompute);
+  host::Control* fresh = o->Gizmo();
+  ASSERT_NE(fresh, nullptr);
+  EXPECT_EQ(fresh->GetMatrix(0).GetTrans(), (Point3{0, 0, 0}));
+  EXPECT_FLOAT_EQ(fresh->GetMatrix(0).GetRow(0).x, 1.0f);
+}
+
 TEST_F(CacheObjTest, SelectionUndoRedoAndHeldMark) {
   auto o = Make(Standard());
   o->BuildMesh(0);
