@@ -99,6 +99,8 @@ class kvCache_obj : public host::Object, public GroupOwner, public ParamAccessor
   // The gizmo's matrix controller, made with the identity value on first use; null only when
   // the host cannot make controllers.
   host::Control* Gizmo();
+  // The gizmo held now, without making one.
+  const host::Control* HeldGizmo() const { return gizmo_.get(); }
   // Sets the gizmo's value at t (a key in animate mode) and reacts as to any gizmo change.
   void SetGizmo(TimeValue t, const Matrix3& tm);
   // Hands the gizmo over to `c`, a controller the host keeps on the object's behalf (a host

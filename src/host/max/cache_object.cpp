@@ -50,12 +50,13 @@ MaxCacheObject* MaxCacheObject::Make(bool loading) {
   std::unique_ptr<kvCache_obj> core =
       registration::CreateObject(TheHost(), SharedRegistry(), loading);
   if (!core) return nullptr;
-  return new (std::nothrow) MaxCacheObject(std::move(core));
+  return new (std::nothrow) MaxCacheObject(std::move(core), loading);
 }
 
-MaxCacheObject::MaxCacheObject(std::unique_ptr<kvCache_obj> core)
+MaxCacheObject::MaxCacheObject(std::unique_ptr<kvCache_obj> core, bool loading)
     : core_(std::move(core)), display_(std::make_unique<ui::CacheDisplay>(*core_)) {
   Owners()[core_.get()] = this;
+  if (!loading) ReferenceGizmo();
 }
 
 MaxCacheObject::~MaxCacheObject() {
@@ -99,7 +100,8 @@ ReferenceTarget* MaxCacheObject::Clone(RemapDir& remap) {
   auto* core = dynamic_cast<kvCache_obj*>(copy.get());
   if (!core) return nullptr;
   copy.release();
-  auto* clone = new (std::nothrow) MaxCacheObject(std::unique_ptr<kvCache_obj>(core));
+  // The clone references the copy of the gizmo controller its core made.
+  auto* clone = new (std::nothrow) MaxCacheObject(std::unique_ptr<kvCache_obj>(core), false);
   if (!clone) return nullptr;
   BaseClone(this, clone, remap);
   return clone;
@@ -331,11 +333,31 @@ void MaxCacheObject::GetLocalBoundBox(TimeValue t, ::INode* inode, ViewExp*, ::B
   return core_->Save(out) ? IO_OK : IO_ERROR;
 }
 
+namespace {
+
+// References are in place only once the whole scene has loaded: then a scene saved before the
+// gizmo was a reference has none, and the core's controller (with the keys its chunk brought)
+// becomes reference 1.
+class GizmoPostLoad final : public PostLoadCallback {
+ public:
+  explicit GizmoPostLoad(MaxCacheObject* obj) : obj_(obj) {}
+  void proc(::ILoad*) override {
+    obj_->ReferenceGizmo();
+    delete this;
+  }
+
+ private:
+  MaxCacheObject* obj_;
+};
+
+}  // namespace
+
 ::IOResult MaxCacheObject::Load(::ILoad* iload) {
   LoadAdapter in(*iload);
   switch (core_->Load(in)) {
     case host::IOResult::Ok:
     case host::IOResult::End:
+      if (auto* cb = new (std::nothrow) GizmoPostLoad(this)) iload->RegisterPostLoadCallback(cb);
       return IO_OK;
     case host::IOResult::Error:
       break;
@@ -345,6 +367,62 @@ void MaxCacheObject::GetLocalBoundBox(TimeValue t, ::INode* inode, ViewExp*, ::B
 
 void MaxCacheObject::SetIconSize(float size) {
   registration::ObjectCreationTarget(*core_).SetIconSize(size);
+}
+
+// ---------------------------------------------------------------------------------------------
+// references
+
+void MaxCacheObject::ReferenceGizmo() {
+  if (gizmoRef_) return;
+  if (::Control* c = MaxControl::SdkOf(core_->Gizmo())) ReplaceReference(kvCache_obj::kRefGizmo, c);
+}
+
+RefTargetHandle MaxCacheObject::GetReference(int i) {
+  if (i == kvCache_obj::kRefGizmo) return gizmoRef_;
+  return i == kvCache_obj::kRefParams ? SimpleObject2::GetReference(i) : nullptr;
+}
+
+void MaxCacheObject::SetReference(int i, RefTargetHandle rtarg) {
+  if (i != kvCache_obj::kRefGizmo) {
+    if (i == kvCache_obj::kRefParams) SimpleObject2::SetReference(i, rtarg);
+    return;
+  }
+  ::Control* previous = gizmoRef_;
+  gizmoRef_ = static_cast<::Control*>(rtarg);
+  ::Control* held = MaxControl::SdkOf(core_->HeldGizmo());
+  if (held == gizmoRef_) return;  // the core's own controller, now referenced
+  // Loading, cloning or undoing a replacement: the core takes over what 3ds Max set.
+  core_->AdoptGizmo(gizmoRef_ ? std::make_unique<MaxControl>(gizmoRef_) : nullptr);
+  // A controller the core made that never became a reference (one made before the loaded one
+  // arrived) has no other owner; one that was referenced is 3ds Max's to delete.
+  if (held && held != previous) held->MaybeAutoDelete();
+}
+
+::RefResult MaxCacheObject::NotifyRefChanged(const ::Interval& changeInt, RefTargetHandle hTarget,
+                                             PartID& partID, ::RefMessage message, BOOL propagate) {
+  if (!hTarget || hTarget != gizmoRef_) {
+    return SimpleObject2::NotifyRefChanged(changeInt, hTarget, partID, message, propagate);
+  }
+  // Keys edited in track view, or the gizmo moved: the core reacts as to its own change.
+  const kv::RefResult r =
+      core_->NotifyRefChanged(kvCache_obj::kRefGizmo, static_cast<kv::RefMessage>(message));
+  return r == kv::RefResult::Stop ? REF_STOP : REF_SUCCEED;
+}
+
+Animatable* MaxCacheObject::SubAnim(int i) {
+  if (i == kvCache_obj::kRefGizmo) return gizmoRef_;
+  return i == kvCache_obj::kRefParams ? SimpleObject2::SubAnim(i) : nullptr;
+}
+
+MSTR MaxCacheObject::SubAnimName(int i, bool localized) {
+  if (i != kvCache_obj::kRefGizmo) return SimpleObject2::SubAnimName(i, localized);
+  static const std::wstring gizmo = Widen(ui::SubObjTypeName(1));
+  return MSTR(gizmo.c_str());
+}
+
+int MaxCacheObject::SubNumToRefNum(int subNum) {
+  return subNum == kvCache_obj::kRefGizmo ? kvCache_obj::kRefGizmo
+                                          : SimpleObject2::SubNumToRefNum(subNum);
 }
 
 }  // namespace kv::max

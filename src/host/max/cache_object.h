@@ -65,6 +65,18 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
   ::IOResult Save(::ISave* isave) override;
   ::IOResult Load(::ILoad* iload) override;
   void DeleteThis() override { delete this; }
+  // ---- references: SimpleObject2's parameter block (0) and the core's gizmo controller (1),
+  // which track view shows as the gizmo's track. 3ds Max saves, clones and restores reference 1
+  // as it does any reference; whatever controller it sets there, the core takes over.
+  int NumRefs() override { return 2; }
+  RefTargetHandle GetReference(int i) override;
+  int NumSubs() override { return 2; }
+  Animatable* SubAnim(int i) override;
+  MSTR SubAnimName(int i, bool localized = true) override;
+  int SubNumToRefNum(int subNum) override;
+  // Makes the core's gizmo controller reference 1 when nothing has been set there (a new
+  // object, or a scene saved before the gizmo was a reference).
+  void ReferenceGizmo();
   // The KV_Cache_Fns mixin for its id (function_publishing.cpp), else the base's answer.
   using SimpleObject2::GetInterface;
   BaseInterface* GetInterface(Interface_ID id) override;
@@ -78,8 +90,15 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
   // The binding object that owns `core`, or null.
   static MaxCacheObject* Owning(const host::Object* core);
 
+ protected:
+  void SetReference(int i, RefTargetHandle rtarg) override;
+  ::RefResult NotifyRefChanged(const ::Interval& changeInt, RefTargetHandle hTarget, PartID& partID,
+                               ::RefMessage message, BOOL propagate) override;
+
  private:
-  explicit MaxCacheObject(std::unique_ptr<kvCache_obj> core);
+  // A new object references its core's gizmo at once; one made for loading waits for what the
+  // scene file brings.
+  MaxCacheObject(std::unique_ptr<kvCache_obj> core, bool loading);
   std::unique_ptr<kvCache_obj> core_;
   std::unique_ptr<MaxPanel> panel_;  // between BeginEditParams and EndEditParams
   std::unique_ptr<ui::CacheDisplay> display_;
@@ -87,6 +106,7 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
   // The sub-object command modes, between BeginEditParams and EndEditParams.
   struct Modes;
   std::unique_ptr<Modes> modes_;
+  ::Control* gizmoRef_ = nullptr;  // reference 1
 };
 
 }  // namespace kv::max

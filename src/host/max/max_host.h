@@ -142,6 +142,9 @@ class MaxHost final : public host::Interface {
   void PopPrompt() override { Core()->PopPrompt(); }
   void SetPickMode(host::PickModeCallback& cb) override;
   int DoModalDialog(host::ModalDialog& dlg) override;
+  // The viewport graphics system's own answer: retained mode draws objects from what they
+  // hand over, not through Display.
+  bool IsRetainedModeViewport() const override { return MaxSDK::Graphics::IsRetainedModeEnabled(); }
   void EnableAccelerators(bool on) override {
     if (on) {
       ::EnableAccelerators();

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "host/max/mesh_normals.h"
+
 namespace kv::max {
 
 void ToMax(const kv::Mesh& from, ::Mesh& to) {
@@ -30,6 +32,15 @@ void ToMax(const kv::Mesh& from, ::Mesh& to) {
       tf[f].setTVerts(mc.faces[f].t[0], mc.faces[f].t[1], mc.faces[f].t[2]);
     }
   }
+  // Explicit normals ride along when the mesh has them; a mesh without drops any earlier set.
+  bool normals = false;
+  if (from.hasSpecNormals()) {
+    to.SpecifyNormals();
+    if (MeshNormalSpec* spec = to.GetSpecifiedNormals()) {
+      normals = CopyExplicitNormals(from, *spec, [](const kv::Point3& p) { return ToMax(p); });
+    }
+  }
+  if (!normals) to.ClearSpecifiedNormals();
   to.InvalidateTopologyCache();
 }
 

@@ -1,5 +1,5 @@
 // Meshes between the core and the SDK: vertices, faces with smoothing groups, material ids and
-// edge visibility, and every supported map channel.
+// edge visibility, every supported map channel and, towards the SDK, the explicit normals.
 #pragma once
 
 #include "geom/mesh.h"

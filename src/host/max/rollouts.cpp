@@ -141,9 +141,11 @@ void MaxPanel::Init(const Page& page) {
       }
       ReleaseISpinner(spin);
     } else if (cs.def->kind == ui::Kind::CheckButton || cs.def->kind == ui::Kind::PickButton) {
-      // Both stay pressed: a check button while on, a pick button while its pick mode runs.
+      // Both stay pressed: a check button while on, a pick button while its pick mode runs,
+      // lit in the colour 3ds Max gives its own active command buttons.
       if (ICustButton* b = GetICustButton(h)) {
         b->SetType(CBT_CHECK);
+        b->SetHighlightColor(GetCustSysColor(kActiveCommand));
         ReleaseICustButton(b);
       }
     }

@@ -2,6 +2,7 @@
 // and the core's. Win32 macros that would rename core members are taken back here.
 #pragma once
 
+#include <Graphics/IDisplayManager.h>
 #include <gfx.h>
 #include <iparamb2.h>
 #include <max.h>

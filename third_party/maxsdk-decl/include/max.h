@@ -180,6 +180,24 @@ class TVFace {
   void setTVerts(DWORD a, DWORD b, DWORD c);
 };
 typedef Point3 UVVert;
+// ---- explicit normals (MeshNormalSpec.h)
+class MeshNormalFace {
+ public:
+  int GetNormalID(int corner);
+  void SetNormalID(int corner, int norm);
+  void SpecifyAll(bool value = true);
+};
+class MeshNormalSpec {
+ public:
+  int GetNumFaces() const;
+  bool SetNumFaces(int numFaces);
+  int GetNumNormals() const;
+  bool SetNumNormals(int numNormals);
+  Point3& Normal(int normID) const;
+  void SetNormalExplicit(int normID, bool value);
+  MeshNormalFace& Face(int faceID) const;
+  void CheckNormals();
+};
 class Mesh {
  public:
   Mesh();
@@ -202,6 +220,10 @@ class Mesh {
   void InvalidateGeomCache();
   void InvalidateTopologyCache();
   void FreeAll();
+  // Explicit normals (MeshNormalSpec.h): made on demand, null until then.
+  void SpecifyNormals();
+  void ClearSpecifiedNormals();
+  MeshNormalSpec* GetSpecifiedNormals();
   void render(GraphicsWindow* gw, Material* ma, RECT* rp, int compFlags, int numMat = 1,
               InterfaceServer* pi = nullptr);
   BOOL select(GraphicsWindow* gw, Material* ma, HitRegion* hr, int abortOnHit = FALSE,
@@ -248,6 +270,10 @@ class Animatable : public InterfaceServer {
   virtual BOOL CanPasteTrack(TrackClipObject* cobj, Interval iv, DWORD flags);
   virtual TrackClipObject* CopyTrack(Interval iv, DWORD flags);
   virtual void PasteTrack(TrackClipObject* cobj, Interval iv, DWORD flags);
+  virtual int NumSubs();
+  virtual Animatable* SubAnim(int i);
+  virtual MSTR SubAnimName(int i, bool localized = true);
+  virtual int SubNumToRefNum(int subNum);
 };
 enum RefResult { REF_FAIL, REF_SUCCEED, REF_DONTCARE, REF_STOP, REF_INVALID };
 #define NOTIFY_ALL 0xfffffff0
@@ -258,12 +284,22 @@ class ReferenceMaker : public Animatable {
  public:
   virtual IOResult Save(ISave* isave);
   virtual IOResult Load(ILoad* iload);
+  virtual int NumRefs();
+  virtual RefTargetHandle GetReference(int i);
+  RefResult ReplaceReference(int which, RefTargetHandle newtarg, BOOL delOld = TRUE);
+
+ protected:
+  virtual void SetReference(int i, RefTargetHandle rtarg);
+  virtual RefResult NotifyRefChanged(const Interval& changeInt, RefTargetHandle hTarget,
+                                     PartID& partID, RefMessage message, BOOL propagate) = 0;
 };
 class RemapDir;
 class ReferenceTarget : public ReferenceMaker {
  public:
   virtual ReferenceTarget* Clone(RemapDir& remap);
   virtual void BaseClone(ReferenceTarget* from, ReferenceTarget* to, RemapDir& remap);
+  // Deletes the target when nothing references it any more.
+  void MaybeAutoDelete();
   RefResult NotifyDependents(const Interval& changeInt, PartID partID, RefMessage message,
                              SClass_ID sclass = NOTIFY_ALL, BOOL propagate = TRUE,
                              RefTargetHandle hTarg = nullptr);
@@ -394,8 +430,15 @@ class ISave {
   virtual void EndChunk() = 0;
   virtual IOResult Write(const void* buf, ULONG nbytes, ULONG* nwrit) = 0;
 };
+class ILoad;
+class PostLoadCallback : public InterfaceServer {
+ public:
+  virtual void proc(ILoad* iload) = 0;
+  virtual int Priority() { return 5; }
+};
 class ILoad {
  public:
+  virtual void RegisterPostLoadCallback(PostLoadCallback* cb) = 0;
   virtual IOResult OpenChunk() = 0;
   virtual USHORT CurChunkID() = 0;
   virtual IOResult CloseChunk() = 0;
@@ -422,6 +465,10 @@ class MtlBaseLib : public ReferenceTarget {
   int Count();
   MtlBase*& operator[](const int i);
   void DeleteAll();
+
+ protected:
+  RefResult NotifyRefChanged(const Interval& changeInt, RefTargetHandle hTarget, PartID& partID,
+                             RefMessage message, BOOL propagate) override;
 };
 class MultiMtl : public Mtl {
  public:
@@ -639,9 +686,22 @@ class ICustButton : public ICustomControl {
   virtual void SetType(CustButType type) = 0;
   virtual void SetCheck(BOOL checked) = 0;
   virtual BOOL IsChecked() = 0;
+  virtual void SetHighlightColor(COLORREF clr) = 0;
+  virtual COLORREF GetHighlightColor() = 0;
 };
 ICustButton* GetICustButton(HWND hCtrl);
 void ReleaseICustButton(ICustButton* icb);
+
+// ---- the user interface's colour scheme (icolorman.h)
+typedef DWORD ColorId;
+const ColorId kActiveCommand = 4;  // active command mode buttons
+class IColorManager {
+ public:
+  virtual COLORREF CustSysColor(int which) = 0;
+};
+IColorManager* GetColorManager();
+#define ColorMan() (GetColorManager())
+#define GetCustSysColor(which) (ColorMan()->CustSysColor(which))
 
 // ---- select by name (maxapi.h)
 class INodeTab : public Tab<INode*> {};

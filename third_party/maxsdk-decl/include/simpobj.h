@@ -19,4 +19,16 @@ class SimpleObject2 : public GeomObject {
   virtual void InvalidateUI();
   void BeginEditParams(IObjParam* ip, ULONG flags, Animatable* prev = nullptr) override;
   void EndEditParams(IObjParam* ip, ULONG flags, Animatable* next = nullptr) override;
+  // Reference 0 and the one sub-anim: the parameter block.
+  int NumRefs() override;
+  RefTargetHandle GetReference(int i) override;
+  int NumSubs() override;
+  Animatable* SubAnim(int i) override;
+  MSTR SubAnimName(int i, bool localized = true) override;
+  int SubNumToRefNum(int subNum) override;
+
+ protected:
+  void SetReference(int i, RefTargetHandle rtarg) override;
+  RefResult NotifyRefChanged(const Interval& changeInt, RefTargetHandle hTarget, PartID& partID,
+                             RefMessage message, BOOL propagate) override;
 };

@@ -303,6 +303,29 @@ BOOL SimpleObject2::OKtoDisplay(TimeValue) {
 void SimpleObject2::InvalidateUI() {}
 void SimpleObject2::BeginEditParams(IObjParam*, ULONG, Animatable*) {}
 void SimpleObject2::EndEditParams(IObjParam*, ULONG, Animatable*) {}
+int SimpleObject2::NumRefs() {
+  return 1;
+}
+RefTargetHandle SimpleObject2::GetReference(int) {
+  return nullptr;
+}
+void SimpleObject2::SetReference(int, RefTargetHandle) {}
+RefResult SimpleObject2::NotifyRefChanged(const Interval&, RefTargetHandle, PartID&, RefMessage,
+                                          BOOL) {
+  return REF_SUCCEED;
+}
+int SimpleObject2::NumSubs() {
+  return 1;
+}
+Animatable* SimpleObject2::SubAnim(int) {
+  return nullptr;
+}
+MSTR SimpleObject2::SubAnimName(int, bool) {
+  return MSTR();
+}
+int SimpleObject2::SubNumToRefNum(int) {
+  return 0;
+}
 
 BOOL Control::SetPositionController(Control*) {
   return FALSE;
@@ -473,3 +496,76 @@ KV_STUB_CMODE(UScaleModBoxCMode)
 KV_STUB_CMODE(NUScaleModBoxCMode)
 KV_STUB_CMODE(SquashModBoxCMode)
 KV_STUB_CMODE(SelectModBoxCMode)
+
+// ---- references, sub-anims, post-load callbacks
+int ReferenceMaker::NumRefs() {
+  return 0;
+}
+RefTargetHandle ReferenceMaker::GetReference(int) {
+  return nullptr;
+}
+void ReferenceMaker::SetReference(int, RefTargetHandle) {}
+RefResult ReferenceMaker::ReplaceReference(int, RefTargetHandle, BOOL) {
+  return REF_SUCCEED;
+}
+void ReferenceTarget::MaybeAutoDelete() {}
+RefResult MtlBaseLib::NotifyRefChanged(const Interval&, RefTargetHandle, PartID&, RefMessage,
+                                       BOOL) {
+  return REF_SUCCEED;
+}
+int Animatable::NumSubs() {
+  return 0;
+}
+Animatable* Animatable::SubAnim(int) {
+  return nullptr;
+}
+MSTR Animatable::SubAnimName(int, bool) {
+  return MSTR();
+}
+int Animatable::SubNumToRefNum(int) {
+  return -1;
+}
+
+// ---- explicit normals
+int MeshNormalFace::GetNormalID(int) {
+  return -1;
+}
+void MeshNormalFace::SetNormalID(int, int) {}
+void MeshNormalFace::SpecifyAll(bool) {}
+int MeshNormalSpec::GetNumFaces() const {
+  return 0;
+}
+bool MeshNormalSpec::SetNumFaces(int) {
+  return false;
+}
+int MeshNormalSpec::GetNumNormals() const {
+  return 0;
+}
+bool MeshNormalSpec::SetNumNormals(int) {
+  return false;
+}
+Point3& MeshNormalSpec::Normal(int) const {
+  static Point3 none;
+  return none;
+}
+void MeshNormalSpec::SetNormalExplicit(int, bool) {}
+MeshNormalFace& MeshNormalSpec::Face(int) const {
+  static MeshNormalFace none;
+  return none;
+}
+void MeshNormalSpec::CheckNormals() {}
+void Mesh::SpecifyNormals() {}
+void Mesh::ClearSpecifiedNormals() {}
+MeshNormalSpec* Mesh::GetSpecifiedNormals() {
+  return nullptr;
+}
+
+// ---- colours and the viewport graphics system
+IColorManager* GetColorManager() {
+  return nullptr;
+}
+namespace MaxSDK::Graphics {
+bool IsRetainedModeEnabled() {
+  return false;
+}
+}  // namespace MaxSDK::Graphics
