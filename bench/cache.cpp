@@ -1,7 +1,10 @@
 // Cache file speed, each figure as a ratio against its physical baseline measured in the same
 // iterations: open and index against one raw read of the file, frame assembly against a copy
 // of the output vertex bytes, writing against a raw write of the same byte count.
-// Run: build/default/bench/bench_cache
+// On a machine shared with other work, the `_cpu` counters (ratios of this thread's CPU time)
+// are steadier than the wall-time ratios.
+// Run: build/default/bench/bench_cache (--benchmark_filter=OpenLarge for the open of 100,000
+// elements alone, about ten seconds)
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
