@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "cache/reader.h"
+#include "geom/affine.h"
 #include "geom/transform_points.h"
 #include "host/interface.h"
 
@@ -399,6 +400,15 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
     kv::PointRun runs[64];
     kv::Matrix3 made[64];  // for the elements that do not play a stored matrix as it is
     int ids[64];
+    // Blends wait for a batch (of one fraction), which the vector unit does four at a time.
+    const kv::AffineParts* blendA[64];
+    const kv::AffineParts* blendB[64];
+    kv::Matrix3* blendOut[64];
+    size_t blends = 0;
+    const auto flushBlends = [&] {
+      kv::BlendAffinePartsMany(blendA, blendB, blends, weights, blendOut);
+      blends = 0;
+    };
     for (size_t w = w0; w < w1; ++w) {
       uint64_t touched = 0;
       size_t count = 0;
@@ -421,16 +431,16 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
         if (r.interpolate) {
           if (r.sampleA != lastPartsA) lastPartsA = r.sampleA, partsA = Parts(r.sampleA);
           if (r.sampleB != lastB) lastB = r.sampleB, partsB = Parts(r.sampleB);
-          if (std::bit_cast<uint32_t>(r.fraction) != std::bit_cast<uint32_t>(weights.f))
-            weights = kv::SlerpWeights(r.fraction);
           if (partsA && partsB) {
-            made[count - 1] = kv::BlendAffineParts(partsA[e], partsB[e], weights);
+            if (std::bit_cast<uint32_t>(r.fraction) != std::bit_cast<uint32_t>(weights.f)) {
+              flushBlends();
+              weights = kv::SlerpWeights(r.fraction);
+            }
+            blendA[blends] = &partsA[e];
+            blendB[blends] = &partsB[e];
+            blendOut[blends++] = &made[count - 1];
             run.m = &made[count - 1];
           }
-        }
-        if (scaled) {
-          made[count - 1] = *run.m * s.unitScale;
-          run.m = &made[count - 1];
         }
         run.in = srcVerts + (s.boxMode ? e * 8 : vs[e]);
         run.out = outVerts + outVert[e];
@@ -452,6 +462,13 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
         if (hide)
           for (int32_t j = 0; j < nf; ++j) faces[j].Hide();
         touched |= uint64_t{1} << (e & 63);
+      }
+      flushBlends();
+      if (scaled) {
+        for (size_t k = 0; k < count; ++k) {
+          made[k] = *runs[k].m * s.unitScale;
+          runs[k].m = &made[k];
+        }
       }
       kv::TransformPointRuns(runs, count);
       if (normals) {
