@@ -98,6 +98,7 @@ class PBValidator {
 class PBAccessor {
  public:
   virtual ~PBAccessor();
+  virtual MSTR GetLocalName(ReferenceMaker* owner, ParamID id, int tabIndex, bool localized);
 };
 
 class ParamBlockDesc2 {
