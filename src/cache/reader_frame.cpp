@@ -359,48 +359,64 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
   }
 
   const bool normals = out.hasSpecNormals();
+  // What an element's visibility and state can do to its faces; most frames do nothing.
+  const bool relabelKept = s.applyHiddenMatId && s.hiddenMatId >= 0;
+  const bool invisibleTouches = !s.deleteInvisible && (s.hideInvisible || relabelKept);
+  const bool scaled = s.unitScale != 1.0f;
+  const kv::Point3* srcVerts = src.verts.data();
+  kv::Point3* outVerts = out.verts.data();
+  const int32_t* outVert = scratch.outVert.data();
   ForRanges(words, grain, [&](size_t w0, size_t w1) {
     // Elements mostly share their samples: the last blocks looked up are kept at hand.
     int32_t lastA = -1, lastPartsA = -1, lastB = -1;
     const SampleBlock* blockA = nullptr;
+    const kv::Matrix3* tmA = nullptr;
+    const uint8_t* visibleA = nullptr;
     const kv::AffineParts *partsA = nullptr, *partsB = nullptr;
     kv::SlerpWeights weights(0);  // for the fraction of the last element blended
+    // A word's elements are gathered first and carried in one call, which keeps the vector
+    // set-up and the choice of path out of the per-element work.
+    kv::PointRun runs[64];
+    int ids[64];
     for (size_t w = w0; w < w1; ++w) {
       uint64_t touched = 0;
-      const int end = std::min(n, int(w * 64 + 64));
-      for (int e = int(w * 64); e < end; ++e) {
-        if (scratch.removed[e]) continue;
+      size_t count = 0;
+      const int begin = int(w * 64);
+      const int end = std::min(n, begin + 64);
+      const uint64_t removedBits = scratch.removed.Word(w);
+      for (int e = begin; e < end; ++e) {
+        if (removedBits >> (e & 63) & 1) continue;
         const ElementFrameState& r = states[size_t(e)];
-        if (r.sampleA != lastA) lastA = r.sampleA, blockA = Block(r.sampleA);
-        kv::Matrix3 m = blockA ? blockA->tm[size_t(e)] : kv::Matrix3();
+        if (r.sampleA != lastA) {
+          lastA = r.sampleA;
+          blockA = Block(r.sampleA);
+          tmA = blockA ? blockA->tm.data() : nullptr;
+          visibleA = blockA ? blockA->visible.data() : nullptr;
+        }
+        ids[count] = e;
+        kv::PointRun& run = runs[count++];
+        run.m = tmA ? tmA[e] : kv::Matrix3();
         if (r.interpolate) {
           if (r.sampleA != lastPartsA) lastPartsA = r.sampleA, partsA = Parts(r.sampleA);
           if (r.sampleB != lastB) lastB = r.sampleB, partsB = Parts(r.sampleB);
           if (std::bit_cast<uint32_t>(r.fraction) != std::bit_cast<uint32_t>(weights.f))
             weights = kv::SlerpWeights(r.fraction);
-          if (partsA && partsB) m = kv::BlendAffineParts(partsA[e], partsB[e], weights);
+          if (partsA && partsB) run.m = kv::BlendAffineParts(partsA[e], partsB[e], weights);
         }
-        if (s.unitScale != 1.0f) m = m * s.unitScale;
-        const int32_t sv = s.boxMode ? e * 8 : vs[e];
-        const int32_t nv = s.boxMode ? 8 : vs[e + 1] - vs[e];
-        const int32_t sf = s.boxMode ? e * 12 : fs[e];
-        const int32_t nf = s.boxMode ? 12 : fs[e + 1] - fs[e];
-        kv::TransformPoints(m, src.verts.data() + sv, out.verts.data() + scratch.outVert[size_t(e)],
-                            size_t(nv));
-        const int32_t of = scratch.outFace[size_t(e)];
-        if (normals) {
-          const kv::Point3* ns = src.specNormals.data() + size_t(sf) * 3;
-          kv::Point3* no = out.specNormals.data() + size_t(of) * 3;
-          for (int32_t j = 0; j < nf * 3; ++j) no[j] = m.VectorTransform(ns[j]).Normalized();
-        }
+        if (scaled) run.m = run.m * s.unitScale;
+        run.in = srcVerts + (s.boxMode ? e * 8 : vs[e]);
+        run.out = outVerts + outVert[e];
+        run.n = size_t(s.boxMode ? 8 : vs[e + 1] - vs[e]);
 
-        const bool invisible = !blockA || !blockA->visible[size_t(e)];
+        const bool invisible = !visibleA || !visibleA[e];
         const bool gone = r.removed || !r.shown || (s.deleteInvisible && invisible);
+        if (!(gone && !s.playbackIdle) && !(invisible && invisibleTouches) && r.matIdOverride < 0)
+          continue;
         const bool kept = !s.deleteInvisible && invisible;
         const bool hide = (gone && !s.playbackIdle) || (kept && s.hideInvisible);
-        const bool relabel = kept && s.applyHiddenMatId && s.hiddenMatId >= 0;
-        if (!hide && !relabel && r.matIdOverride < 0) continue;
-        kv::Face* faces = out.faces.data() + of;
+        const bool relabel = kept && relabelKept;
+        const int32_t nf = s.boxMode ? 12 : fs[e + 1] - fs[e];
+        kv::Face* faces = out.faces.data() + scratch.outFace[size_t(e)];
         if (r.matIdOverride >= 0)
           for (int32_t j = 0; j < nf; ++j) faces[j].setMatID(kv::MtlID(r.matIdOverride));
         if (relabel)
@@ -408,6 +424,18 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
         if (hide)
           for (int32_t j = 0; j < nf; ++j) faces[j].Hide();
         touched |= uint64_t{1} << (e & 63);
+      }
+      kv::TransformPointRuns(runs, count);
+      if (normals) {
+        for (size_t k = 0; k < count; ++k) {
+          const int e = ids[k];
+          const int32_t sf = s.boxMode ? e * 12 : fs[e];
+          const int32_t nf = s.boxMode ? 12 : fs[e + 1] - fs[e];
+          const kv::Point3* ns = src.specNormals.data() + size_t(sf) * 3;
+          kv::Point3* no = out.specNormals.data() + size_t(scratch.outFace[size_t(e)]) * 3;
+          for (int32_t j = 0; j < nf * 3; ++j)
+            no[j] = runs[k].m.VectorTransform(ns[j]).Normalized();
+        }
       }
       scratch.touched.SetWord(w, touched);
     }

@@ -13,4 +13,16 @@ namespace kv {
 // ranges; they must not overlap.
 void TransformPoints(const Matrix3& m, const Point3* in, Point3* out, std::size_t n);
 
+// One element's vertices and the matrix that carries them.
+struct PointRun {
+  Matrix3 m;
+  const Point3* in = nullptr;
+  Point3* out = nullptr;
+  std::size_t n = 0;
+};
+
+// TransformPoints for every run, with the results it would give run by run; the vector path
+// is chosen once for the lot and the loop over runs stays inside it.
+void TransformPointRuns(const PointRun* runs, std::size_t count);
+
 }  // namespace kv

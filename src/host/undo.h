@@ -34,6 +34,9 @@ class Hold {
   virtual void Suspend() = 0;
   virtual void Resume() = 0;
   virtual bool IsSuspended() const = 0;
+  // True while an undo or redo puts records back: whatever changes then is being restored,
+  // and rules that derive one value from another must leave it alone.
+  virtual bool RestoringOrRedoing() const { return false; }
 };
 
 // Opens a hold unless one is open; Accept/Cancel close it only if this opened it.

@@ -107,7 +107,7 @@ class ParamBlock {
   // True while undo or redo puts a value back. Rules that derive one value from another (a
   // range end pushed by the other) must not run then: each undo record restores its own
   // value exactly, and a value derived meanwhile would be taken as the other record's state.
-  bool Restoring() const { return restoring_; }
+  bool Restoring() const { return restoring_ || ip_.GetHold().RestoringOrRedoing(); }
   void SetAccessor(const ParamAccessor* a) { accessor_ = a; }
   // Computed name of a list entry ("" without an accessor).
   std::string GetEntryName(int id, int index) const;

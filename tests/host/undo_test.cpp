@@ -65,6 +65,39 @@ TEST(Undo, CancelSuspendAndNesting) {
   EXPECT_EQ(log, (std::vector<std::string>{"undo outer"}));
 }
 
+// Records and whatever they set see the stack restoring during undo and redo only: not while
+// a cancelled hold is put back (that is the user's own change being dropped) nor afterwards.
+TEST(Undo, RestoringOrRedoingOnlyWhileUndoOrRedoRuns) {
+  UndoStack u;
+  std::vector<std::string> log;
+  struct Seen : host::RestoreObj {
+    Seen(const UndoStack& u, std::vector<std::string>& log) : u_(u), log_(log) {}
+    void Restore(bool isUndo) override {
+      log_.push_back(std::string(isUndo ? "undo " : "cancel ") +
+                     (u_.RestoringOrRedoing() ? "1" : "0"));
+    }
+    void Redo() override {
+      log_.push_back(std::string("redo ") + (u_.RestoringOrRedoing() ? "1" : "0"));
+    }
+    int Size() const override { return 1; }
+    const UndoStack& u_;
+    std::vector<std::string>& log_;
+  };
+  u.Begin();
+  u.Put(std::make_unique<Seen>(u, log));
+  EXPECT_FALSE(u.RestoringOrRedoing());
+  u.Cancel();
+  u.Begin();
+  u.Put(std::make_unique<Seen>(u, log));
+  u.Put(std::make_unique<Seen>(u, log));
+  u.Accept("Step");
+  ASSERT_TRUE(u.Undo());
+  EXPECT_FALSE(u.RestoringOrRedoing());
+  ASSERT_TRUE(u.Redo());
+  EXPECT_FALSE(u.RestoringOrRedoing());
+  EXPECT_EQ(log, (std::vector<std::string>{"cancel 0", "undo 1", "undo 1", "redo 1", "redo 1"}));
+}
+
 TEST(Undo, ScopedHoldClosesOnlyWhatItOpened) {
   UndoStack u;
   std::vector<std::string> log;

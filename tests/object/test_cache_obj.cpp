@@ -392,6 +392,41 @@ TEST_F(CacheObjTest, RangePairsPushAndUndoRedoExactly) {
   EXPECT_EQ(pb.GetInt(P::kRecEnd), 25);
 }
 
+// The host undoes records of its own (a controller's keys, another plug-in's state) that may
+// set a range end while undo or redo runs: the push rule stays out of those too.
+TEST_F(CacheObjTest, RangePushWaitsWhileTheHostUndoes) {
+  auto o = Make();
+  ParamBlock& pb = o->Params();
+  class SetsOnRestore final : public host::RestoreObj {
+   public:
+    SetsOnRestore(ParamBlock& pb, int undo, int redo) : pb_(pb), undo_(undo), redo_(redo) {}
+    void Restore(bool) override { pb_.SetInt(P::kRecStart, 0, undo_); }
+    void Redo() override { pb_.SetInt(P::kRecStart, 0, redo_); }
+    int Size() const override { return 1; }
+
+   private:
+    ParamBlock& pb_;
+    int undo_, redo_;
+  };
+  pb.SetInt(P::kRecStart, 0, 10);
+  pb.SetInt(P::kRecEnd, 0, 20);
+  host::Hold& hold = scene.GetHold();
+  hold.Begin();
+  hold.Put(std::make_unique<SetsOnRestore>(pb, 30, 40));
+  hold.Accept("Foreign");
+  EXPECT_FALSE(hold.RestoringOrRedoing());
+  ASSERT_TRUE(scene.Undo());
+  EXPECT_EQ(pb.GetInt(P::kRecStart), 30);
+  EXPECT_EQ(pb.GetInt(P::kRecEnd), 20);
+  ASSERT_TRUE(scene.Redo());
+  EXPECT_EQ(pb.GetInt(P::kRecStart), 40);
+  EXPECT_EQ(pb.GetInt(P::kRecEnd), 20);
+  EXPECT_FALSE(hold.RestoringOrRedoing());
+  // Outside undo and redo the rule is back.
+  pb.SetInt(P::kRecStart, 0, 50);
+  EXPECT_EQ(pb.GetInt(P::kRecEnd), 50);
+}
+
 // A pushed end goes back only while the spinner of the end that pushed it is dragged back; a
 // typed or scripted value leaves it where it was pushed.
 TEST_F(CacheObjTest, APushedEndComesHomeOnlyWithTheSpinnerDrag) {

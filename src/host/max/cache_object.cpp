@@ -12,6 +12,7 @@
 #include "object/cache_obj.h"
 #include "object/params.h"
 #include "ui/cache_display.h"
+#include "ui/gizmo_transform.h"
 
 namespace kv::max {
 
@@ -104,13 +105,33 @@ ReferenceTarget* MaxCacheObject::Clone(RemapDir& remap) {
   return clone;
 }
 
+// The command modes the sub-object levels offer (ui::CommandModesAt): select at the elements
+// level; move, rotate and the scales at the gizmo level.
+struct MaxCacheObject::Modes {
+  Modes(BaseObject* o, IObjParam* ip)
+      : move(o, ip), rotate(o, ip), nuscale(o, ip), uscale(o, ip), squash(o, ip), select(o, ip) {}
+  MoveModBoxCMode move;
+  RotateModBoxCMode rotate;
+  NUScaleModBoxCMode nuscale;
+  UScaleModBoxCMode uscale;
+  SquashModBoxCMode squash;
+  SelectModBoxCMode select;
+};
+
 void MaxCacheObject::BeginEditParams(IObjParam* ip, ULONG flags, Animatable* prev) {
   SimpleObject2::BeginEditParams(ip, flags, prev);
+  modes_ = std::make_unique<Modes>(this, ip);
   panel_ = std::make_unique<MaxPanel>(ip, *core_);
 }
 
 void MaxCacheObject::EndEditParams(IObjParam* ip, ULONG flags, Animatable* next) {
   panel_.reset();
+  if (modes_) {
+    CommandMode* all[] = {&modes_->move,   &modes_->rotate, &modes_->nuscale,
+                          &modes_->uscale, &modes_->squash, &modes_->select};
+    for (CommandMode* m : all) ip->DeleteMode(m);
+    modes_.reset();
+  }
   SimpleObject2::EndEditParams(ip, flags, next);
 }
 
@@ -163,6 +184,130 @@ int MaxCacheObject::HitTest(TimeValue t, ::INode* inode, int type, int crossing,
   const std::vector<host::IPoint2> pts = HitPoints(type, p, kind);
   MaxGraphicsWindow gw(vpt->getGW());
   return display_->HitTest(t, *node, kind, crossing != 0, flags, pts, gw);
+}
+
+int MaxCacheObject::HitTest(TimeValue t, ::INode* inode, int type, int crossing, int flags,
+                            ::IPoint2* p, ViewExp* vpt, ModContext* mc) {
+  MaxNode* node = TheHost().Wrap(inode);
+  if (!node || !vpt || !p) return 0;
+  host::HitRegion::Type kind;
+  const std::vector<host::IPoint2> pts = HitPoints(type, p, kind);
+  MaxGraphicsWindow gw(vpt->getGW());
+  host::HitLog log;
+  const int res = display_->HitTestAtLevel(t, *node, kind, crossing != 0, flags, pts, gw, log);
+  // Sub-object hits reach 3ds Max through the viewport's log, one per element.
+  for (const host::HitRecord& h : log.Hits()) vpt->LogHit(inode, mc, h.distance, h.info);
+  return log.Empty() ? res : 1;
+}
+
+void MaxCacheObject::SelectSubComponent(::HitRecord* hitRec, BOOL selected, BOOL all, BOOL invert) {
+  std::vector<uint32_t> hits;
+  for (::HitRecord* r = hitRec; r; r = all ? r->Next() : nullptr) {
+    hits.push_back(static_cast<uint32_t>(r->hitInfo));
+  }
+  if (!invert) {
+    core_->SelectSubComponent(hits, selected != FALSE, true);
+    return;
+  }
+  // Inverting flips each element hit on its own.
+  for (uint32_t e : hits) {
+    const bool on = core_->Selection().count(e) == 0;
+    core_->SelectSubComponent(std::span<const uint32_t>(&e, 1), on, true);
+  }
+}
+
+void MaxCacheObject::ClearSelection(int selLevel) {
+  if (selLevel == ui::kLevelElements) core_->ClearSelection();
+}
+
+void MaxCacheObject::ActivateSubobjSel(int level, XFormModes& modes) {
+  display_->ActivateSubobjSel(level);
+  if (modes_) {
+    CommandMode* m[6] = {};  // move, rotate, nuscale, uscale, squash, select
+    for (ui::CommandMode c : ui::CommandModesAt(level)) {
+      switch (c) {
+        case ui::CommandMode::Move:
+          m[0] = &modes_->move;
+          break;
+        case ui::CommandMode::Rotate:
+          m[1] = &modes_->rotate;
+          break;
+        case ui::CommandMode::NUScale:
+          m[2] = &modes_->nuscale;
+          break;
+        case ui::CommandMode::UScale:
+          m[3] = &modes_->uscale;
+          break;
+        case ui::CommandMode::Squash:
+          m[4] = &modes_->squash;
+          break;
+        case ui::CommandMode::Select:
+          m[5] = &modes_->select;
+          break;
+      }
+    }
+    modes = XFormModes(m[0], m[1], m[2], m[3], m[4], m[5]);
+  }
+  // Only the drawing changes (elements and gizmo are drawn by level), not the mesh.
+  NotifyDependents(::Interval(TIME_NegInfinity, TIME_PosInfinity), PART_SELECT | PART_DISPLAY,
+                   REFMSG_CHANGE);
+}
+
+int MaxCacheObject::NumSubObjTypes() {
+  return ui::kNumSubObjTypes;
+}
+
+ISubObjType* MaxCacheObject::GetSubObjType(int i) {
+  static const std::wstring names[ui::kNumSubObjTypes] = {Widen(ui::SubObjTypeName(0)),
+                                                          Widen(ui::SubObjTypeName(1))};
+  static GenSubObjType types[ui::kNumSubObjTypes] = {{names[0].c_str(), L"SubObjectIcons", 1},
+                                                     {names[1].c_str(), L"SubObjectIcons", 2}};
+  const int type = display_->GetSubObjType(i);
+  return type >= 0 && type < ui::kNumSubObjTypes ? &types[type] : nullptr;
+}
+
+void MaxCacheObject::GetSubObjectCenters(SubObjAxisCallback* cb, TimeValue t, ::INode* inode,
+                                         ModContext*) {
+  MaxNode* node = TheHost().Wrap(inode);
+  if (!cb || !node) return;
+  cb->Center(max::ToMax(display_->GetSubObjectTM(t, *node).GetTrans()), 0);
+}
+
+void MaxCacheObject::GetSubObjectTMs(SubObjAxisCallback* cb, TimeValue t, ::INode* inode,
+                                     ModContext*) {
+  MaxNode* node = TheHost().Wrap(inode);
+  if (!cb || !node) return;
+  cb->TM(max::ToMax(display_->GetSubObjectTM(t, *node)), 0);
+}
+
+namespace {
+
+kv::Quat QuatToKv(const ::Quat& q) {
+  return kv::Quat{q.x, q.y, q.z, q.w};
+}
+
+}  // namespace
+
+void MaxCacheObject::Move(TimeValue t, ::Matrix3& partm, ::Matrix3& tmAxis, ::Point3& val, BOOL) {
+  host::Control* g = display_->SubObjectLevel() == ui::kLevelGizmo ? core_->Gizmo() : nullptr;
+  if (!g) return;
+  core_->SetGizmo(t, ui::MoveGizmo(g->GetMatrix(t), ToKv(partm), ToKv(tmAxis), ToKv(val)));
+}
+
+void MaxCacheObject::Rotate(TimeValue t, ::Matrix3& partm, ::Matrix3& tmAxis, ::Quat& val,
+                            BOOL localOrigin) {
+  host::Control* g = display_->SubObjectLevel() == ui::kLevelGizmo ? core_->Gizmo() : nullptr;
+  if (!g) return;
+  core_->SetGizmo(t, ui::RotateGizmo(g->GetMatrix(t), ToKv(partm), ToKv(tmAxis), QuatToKv(val),
+                                     localOrigin != FALSE));
+}
+
+void MaxCacheObject::Scale(TimeValue t, ::Matrix3& partm, ::Matrix3& tmAxis, ::Point3& val,
+                           BOOL localOrigin) {
+  host::Control* g = display_->SubObjectLevel() == ui::kLevelGizmo ? core_->Gizmo() : nullptr;
+  if (!g) return;
+  core_->SetGizmo(t, ui::ScaleGizmo(g->GetMatrix(t), ToKv(partm), ToKv(tmAxis), ToKv(val),
+                                    localOrigin != FALSE));
 }
 
 void MaxCacheObject::GetWorldBoundBox(TimeValue t, ::INode* inode, ViewExp*, ::Box3& box) {

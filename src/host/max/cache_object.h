@@ -2,6 +2,8 @@
 // from the core kvCache_obj it owns.
 #pragma once
 
+#include <ifnpub.h>
+
 #include <memory>
 
 #include "host/max/sdk.h"
@@ -41,9 +43,31 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
               ViewExp* vpt) override;
   void GetWorldBoundBox(TimeValue t, ::INode* inode, ViewExp* vp, ::Box3& box) override;
   void GetLocalBoundBox(TimeValue t, ::INode* inode, ViewExp* vp, ::Box3& box) override;
+  // Sub-object levels: the core's elements and gizmo.
+  int HitTest(TimeValue t, ::INode* inode, int type, int crossing, int flags, ::IPoint2* p,
+              ViewExp* vpt, ModContext* mc) override;
+  void SelectSubComponent(::HitRecord* hitRec, BOOL selected, BOOL all,
+                          BOOL invert = FALSE) override;
+  void ClearSelection(int selLevel) override;
+  void ActivateSubobjSel(int level, XFormModes& modes) override;
+  int NumSubObjTypes() override;
+  ISubObjType* GetSubObjType(int i) override;
+  void GetSubObjectCenters(SubObjAxisCallback* cb, TimeValue t, ::INode* node,
+                           ModContext* mc) override;
+  void GetSubObjectTMs(SubObjAxisCallback* cb, TimeValue t, ::INode* node, ModContext* mc) override;
+  // The gizmo level's transforms, in the axis system 3ds Max gives.
+  void Move(TimeValue t, ::Matrix3& partm, ::Matrix3& tmAxis, ::Point3& val,
+            BOOL localOrigin = FALSE) override;
+  void Rotate(TimeValue t, ::Matrix3& partm, ::Matrix3& tmAxis, ::Quat& val,
+              BOOL localOrigin = FALSE) override;
+  void Scale(TimeValue t, ::Matrix3& partm, ::Matrix3& tmAxis, ::Point3& val,
+             BOOL localOrigin = FALSE) override;
   ::IOResult Save(::ISave* isave) override;
   ::IOResult Load(::ILoad* iload) override;
   void DeleteThis() override { delete this; }
+  // The KV_Cache_Fns mixin for its id (function_publishing.cpp), else the base's answer.
+  using SimpleObject2::GetInterface;
+  BaseInterface* GetInterface(Interface_ID id) override;
   // The core changed: the next evaluation must rebuild the mesh.
   void InvalidateMesh() { ivalid.SetEmpty(); }
 
@@ -59,6 +83,10 @@ class MaxCacheObject final : public SimpleObject2, public registration::Creation
   std::unique_ptr<kvCache_obj> core_;
   std::unique_ptr<MaxPanel> panel_;  // between BeginEditParams and EndEditParams
   std::unique_ptr<ui::CacheDisplay> display_;
+  std::unique_ptr<FPMixinInterface> fns_;  // made on the first request for it
+  // The sub-object command modes, between BeginEditParams and EndEditParams.
+  struct Modes;
+  std::unique_ptr<Modes> modes_;
 };
 
 }  // namespace kv::max

@@ -1,6 +1,7 @@
 #include "host/max/class_desc.h"
 
 #include "host/max/cache_object.h"
+#include "host/max/function_publishing.h"
 #include "host/max/param_desc.h"
 #include "object/registration.h"
 
@@ -44,7 +45,7 @@ DWORD kvCache_objClassDesc::InitialRollupPageState() {
 kvCache_objClassDesc& TheClassDesc() {
   static kvCache_objClassDesc desc;
   // The parameter block descriptor refers back to the descriptor, so it is made after it.
-  static const bool described = (DescribeParams(desc), true);
+  static const bool described = (DescribeParams(desc), CacheFnsDesc(desc), true);
   (void)described;
   return desc;
 }

@@ -149,8 +149,87 @@ class MaxHost::PickMode final : public PickModeCallback, public PickNodeCallback
   host::PickModeCallback* cb_ = nullptr;
 };
 
-MaxHost::MaxHost() : pick_(std::make_unique<PickMode>(*this)) {}
-MaxHost::~MaxHost() = default;
+MaxHost::MaxHost() : pick_(std::make_unique<PickMode>(*this)) {
+  // 3ds Max has no query for a render in progress: count the renders it announces.
+  RegisterNotification(OnRender, this, NOTIFY_PRE_RENDER);
+  RegisterNotification(OnRender, this, NOTIFY_POST_RENDER);
+}
+
+MaxHost::~MaxHost() {
+  UnRegisterNotification(OnRender, this, NOTIFY_PRE_RENDER);
+  UnRegisterNotification(OnRender, this, NOTIFY_POST_RENDER);
+}
+
+void MaxHost::OnRender(void* param, NotifyInfo* info) {
+  auto* self = static_cast<MaxHost*>(param);
+  if (info->intcode == NOTIFY_PRE_RENDER) {
+    ++self->renders_;
+  } else if (self->renders_ > 0) {
+    --self->renders_;
+  }
+}
+
+namespace {
+
+// The select-by-name dialog asking the core's callback.
+class HitByName final : public HitByNameDlgCallback {
+ public:
+  explicit HitByName(host::HitByNameDlgCallback& cb)
+      : cb_(cb), title_(Widen(cb.dialogTitle())), button_(Widen(cb.buttonText())) {}
+  const MCHAR* dialogTitle() override { return title_.c_str(); }
+  const MCHAR* buttonText() override { return button_.c_str(); }
+  BOOL singleSelect() override { return cb_.singleSelect() ? TRUE : FALSE; }
+  BOOL useFilter() override { return cb_.useFilter() ? TRUE : FALSE; }
+  int filter(::INode* node) override {
+    host::Node* n = TheHost().Wrap(node);
+    return n && cb_.filter(n) ? TRUE : FALSE;
+  }
+  BOOL useProc() override { return cb_.useProc() ? TRUE : FALSE; }
+  void proc(INodeTab& nodeTab) override {
+    std::vector<host::Node*> nodes;
+    nodes.reserve(static_cast<size_t>(nodeTab.Count()));
+    for (int i = 0; i < nodeTab.Count(); ++i) {
+      if (host::Node* n = TheHost().Wrap(nodeTab[i])) nodes.push_back(n);
+    }
+    cb_.proc(nodes);
+  }
+  BOOL doCustomHilite() override { return cb_.doCustomHilite() ? TRUE : FALSE; }
+  BOOL doHilite(::INode*) override { return cb_.doHiliteNode() ? TRUE : FALSE; }
+  BOOL showHiddenAndFrozen() override { return cb_.showHiddenAndFrozen() ? TRUE : FALSE; }
+
+ private:
+  host::HitByNameDlgCallback& cb_;
+  std::wstring title_, button_;  // the dialog keeps the pointers while it is open
+};
+
+}  // namespace
+
+bool MaxHost::DoHitByNameDialog(host::HitByNameDlgCallback& cb) {
+  HitByName dlg(cb);
+  return Core()->DoHitByNameDialog(&dlg) != FALSE;
+}
+
+void MaxNode::SetSelected(bool on) {
+  if (on) {
+    GetCOREInterface()->SelectNode(n_, 0);  // added to the selection
+  } else {
+    GetCOREInterface()->DeSelectNode(n_);
+  }
+}
+
+void MaxNode::CopyProperties(const host::Node& from) {
+  const auto* m = dynamic_cast<const MaxNode*>(&from);
+  if (!m) return;
+  ::INode* f = m->n_;
+  n_->SetWireColor(f->GetWireColor());
+  n_->SetInheritVisibility(f->GetInheritVisibility());
+  n_->Hide(f->IsHidden() ? TRUE : FALSE);
+  n_->SetRenderable(f->Renderable() ? TRUE : FALSE);
+  n_->SetCastShadows(f->CastShadows() ? TRUE : FALSE);
+  n_->SetRcvShadows(f->RcvShadows() ? TRUE : FALSE);
+  n_->BoxMode(f->GetBoxMode());
+  n_->BackCull(f->GetBackCull() ? TRUE : FALSE);
+}
 
 void MaxHost::SetPickMode(host::PickModeCallback& cb) {
   pick_->Start(cb);

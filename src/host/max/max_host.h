@@ -19,6 +19,7 @@ namespace kv::max {
 class MaxHold final : public host::Hold {
  public:
   bool Holding() const override { return theHold.Holding() != 0; }
+  bool RestoringOrRedoing() const override { return theHold.RestoreOrRedoing() != 0; }
   void Begin() override { theHold.Begin(); }
   void Put(std::unique_ptr<host::RestoreObj> rec) override;
   void Accept(const std::string& label) override;
@@ -56,6 +57,8 @@ class MaxNode final : public host::Node {
   bool SetVisController(std::unique_ptr<host::Control> c) override;
   bool GetInheritVisibility() const override { return n_->GetInheritVisibility() != 0; }
   void SetInheritVisibility(bool on) override { n_->SetInheritVisibility(on ? TRUE : FALSE); }
+  void SetSelected(bool on) override;
+  void CopyProperties(const host::Node& from) override;
 
  private:
   ::INode* n_;
@@ -73,7 +76,7 @@ class MaxHost final : public host::Interface {
   int GetFrameRate() const override { return ::GetFrameRate(); }
   int GetTicksPerFrame() const override { return ::GetTicksPerFrame(); }
   kv::Interval GetAnimRange() const override { return ToKv(Core()->GetAnimRange()); }
-  bool IsRendering() const override { return false; }
+  bool IsRendering() const override { return renders_ > 0; }
   bool IsNetServer() const override { return Core()->IsNetServer() != 0; }
   bool IsAnimPlaying() const override { return Core()->IsAnimPlaying() != 0; }
   bool IsAnimateMode() const override { return ::Animating() != 0; }
@@ -100,7 +103,12 @@ class MaxHost final : public host::Interface {
   std::unique_ptr<host::Control> NewControl(host::ControlKind kind) override {
     return NewMaxControl(kind);
   }
+  std::unique_ptr<host::Control> NewKeyControl(host::ControlKind kind,
+                                               host::Interp interp) override {
+    return NewMaxKeyControl(kind, interp);
+  }
   void ClearSelection() override { Core()->ClearNodeSelection(FALSE); }
+  bool DoHitByNameDialog(host::HitByNameDlgCallback& cb) override;
 
   // ---- materials
   std::unique_ptr<host::MtlLib> NewMtlLib() override { return std::make_unique<MaxMtlLib>(); }
@@ -128,7 +136,8 @@ class MaxHost final : public host::Interface {
                       const std::string& filter, std::string& path) override;
   bool OpenFileDialog(const std::string& title, const std::string& filter,
                       std::string& path) override;
-  void ListenerPrint(const std::string&) override {}
+  // The script listener's stream (function_publishing.cpp).
+  void ListenerPrint(const std::string& text) override;
   void PushPrompt(const std::string& text) override { Core()->PushPrompt(Widen(text).c_str()); }
   void PopPrompt() override { Core()->PopPrompt(); }
   void SetPickMode(host::PickModeCallback& cb) override;
@@ -152,6 +161,9 @@ class MaxHost final : public host::Interface {
   std::string ToCodePage(std::string_view utf8) const override;
   std::string FromCodePage(std::string_view bytes) const override;
 
+  // ---- work: the system thread pool, this thread taking its share (parallel_for.cpp)
+  void ParallelFor(size_t n, size_t grain, host::RangeFn fn) override;
+
   // The wrapper of an SDK node (made on first use, kept for the library's life); null for null.
   MaxNode* Wrap(::INode* n) const;
 
@@ -160,7 +172,9 @@ class MaxHost final : public host::Interface {
   std::unique_ptr<PickMode> pick_;
   host::Node* Place(::Object* obj, const std::string& name);
   static ::Interface* Core() { return GetCOREInterface(); }
+  static void OnRender(void* param, NotifyInfo* info);
   MaxHold hold_;
+  int renders_ = 0;  // renders begun and not yet ended (a render can start another)
   mutable std::map<::INode*, std::unique_ptr<MaxNode>> nodes_;
 };
 

@@ -2,6 +2,8 @@
 
 #include <deque>
 
+#include "host/max/cache_object.h"
+#include "object/cache_obj.h"
 #include "object/params.h"
 
 namespace kv::max {
@@ -40,6 +42,16 @@ int FlagsOf(const param::ParamDef& d) {
   return f;
 }
 
+// Names of list entries as the core computes them (element frames are named by their groups).
+class EntryNames final : public PBAccessor {
+ public:
+  MSTR GetLocalName(ReferenceMaker* owner, ParamID id, int tabIndex, bool) override {
+    auto* obj = dynamic_cast<MaxCacheObject*>(owner);
+    if (!obj) return MSTR();
+    return MSTR(Widen(obj->Core().Params().GetEntryName(id, tabIndex)).c_str());
+  }
+};
+
 }  // namespace
 
 void DescribeParams(ClassDesc2& cd) {
@@ -69,6 +81,9 @@ void DescribeParams(ClassDesc2& cd) {
       } else {
         desc.AddParam(id, name, type, flags, d.displayNameId, p_default, def, p_end);
       }
+    } else if (d.id == param::kElementFrames) {
+      static EntryNames entryNames;
+      desc.AddParam(id, name, type, flags, d.displayNameId, p_accessor, &entryNames, p_end);
     } else {
       desc.AddParam(id, name, type, flags, d.displayNameId, p_end);
     }

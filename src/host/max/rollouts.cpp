@@ -2,12 +2,25 @@
 
 #include <commctrl.h>
 
+#include <cmath>
+
 #include "host/max/max_host.h"
 #include "object/cache_obj.h"
+#include "object/params.h"
 #include "ui/panel.h"
 #include "ui/rollout_table.h"
 
 namespace kv::max {
+
+namespace {
+
+// The undo label of a spinner's change: its parameter's name.
+std::string ChangeLabel(const ui::ControlDef* def) {
+  const param::ParamDef* pd = def ? param::FindParamDef(def->param) : nullptr;
+  return pd && pd->displayNameId ? Narrow(GetString(pd->displayNameId)) : std::string();
+}
+
+}  // namespace
 
 MaxPanel::MaxPanel(IObjParam* ip, kvCache_obj& obj)
     : ip_(ip), obj_(obj), panel_(std::make_unique<ui::Panel>(TheHost(), obj)) {
@@ -43,6 +56,7 @@ INT_PTR CALLBACK MaxPanel::Proc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
     auto* page = reinterpret_cast<Page*>(lp);
     page->hwnd = hwnd;
     SetWindowLongPtrW(hwnd, GWLP_USERDATA, lp);
+    page->owner->Init(*page);
     return TRUE;
   }
   auto* page = reinterpret_cast<Page*>(GetWindowLongPtrW(hwnd, GWLP_USERDATA));
@@ -50,6 +64,16 @@ INT_PTR CALLBACK MaxPanel::Proc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp) {
   switch (msg) {
     case WM_COMMAND:
       page->owner->Command(page->map, LOWORD(wp), HIWORD(wp), reinterpret_cast<HWND>(lp));
+      return TRUE;
+    case CC_SPINNER_BUTTONDOWN:
+      page->owner->dragId_ = LOWORD(wp);
+      TheHost().GetHold().Begin();
+      return TRUE;
+    case CC_SPINNER_CHANGE:
+      page->owner->Spin(LOWORD(wp), reinterpret_cast<ISpinnerControl*>(lp), HIWORD(wp) != 0);
+      return TRUE;
+    case CC_SPINNER_BUTTONUP:
+      page->owner->EndDrag(HIWORD(wp) != 0);
       return TRUE;
     case WM_DESTROY:
       page->hwnd = nullptr;
@@ -91,6 +115,70 @@ void MaxPanel::Command(int map, int id, int code, HWND ctrl) {
   SyncAll();
 }
 
+void MaxPanel::Init(const Page& page) {
+  for (const ui::ControlState& cs : panel_->Rollout(page.map).controls) {
+    if (!cs.def || cs.def->id < 0) continue;
+    HWND h = GetDlgItem(page.hwnd, cs.def->id);
+    if (!h) continue;
+    if (cs.def->kind == ui::Kind::Spinner) {
+      ISpinnerControl* spin = GetISpinner(h);
+      if (!spin) continue;
+      const param::ParamDef* pd = param::FindParamDef(cs.def->param);
+      const bool isInt = pd && pd->IsIntLike();
+      const EditSpinnerType type = isInt                                  ? EDITTYPE_INT
+                                   : pd && pd->type == param::Type::World ? EDITTYPE_UNIVERSE
+                                                                          : EDITTYPE_FLOAT;
+      if (cs.def->buddy) spin->LinkToEdit(GetDlgItem(page.hwnd, cs.def->buddy), type);
+      // Without limits of its own a parameter may take any value the spinner can show.
+      const double lo = pd && pd->HasLimits() ? pd->lo : -1.0e9;
+      const double hi = pd && pd->HasLimits() ? pd->hi : 1.0e9;
+      if (isInt) {
+        spin->SetLimits(static_cast<int>(lo), static_cast<int>(hi), FALSE);
+        spin->SetScale(1.0f);
+      } else {
+        spin->SetLimits(static_cast<float>(lo), static_cast<float>(hi), FALSE);
+        spin->SetScale(0.1f);
+      }
+      ReleaseISpinner(spin);
+    } else if (cs.def->kind == ui::Kind::CheckButton || cs.def->kind == ui::Kind::PickButton) {
+      // Both stay pressed: a check button while on, a pick button while its pick mode runs.
+      if (ICustButton* b = GetICustButton(h)) {
+        b->SetType(CBT_CHECK);
+        ReleaseICustButton(b);
+      }
+    }
+  }
+}
+
+void MaxPanel::Spin(int id, ISpinnerControl* spin, bool dragging) {
+  if (syncing_ || !spin) return;  // the windows echo what Sync sets
+  const ui::ControlState* cs = panel_->Find(id);
+  if (!cs || !cs->def) return;
+  const param::ParamDef* pd = param::FindParamDef(cs->def->param);
+  const double v = pd && pd->IsIntLike() ? spin->GetIVal() : spin->GetFVal();
+  // A typed value or one click of an arrow is its own step; a drag's steps join the hold
+  // its button-down opened.
+  host::Hold& hold = TheHost().GetHold();
+  const bool own = !dragging && !hold.Holding();
+  if (own) hold.Begin();
+  panel_->Type(id, v);
+  if (own) hold.Accept(ChangeLabel(cs->def));
+  SyncAll();
+}
+
+void MaxPanel::EndDrag(bool accept) {
+  host::Hold& hold = TheHost().GetHold();
+  const ui::ControlState* cs = panel_->Find(dragId_);
+  dragId_ = -1;
+  if (!hold.Holding()) return;
+  if (accept) {
+    hold.Accept(ChangeLabel(cs ? cs->def : nullptr));
+  } else {
+    hold.Cancel();  // right-click during a drag puts the value back
+  }
+  SyncAll();
+}
+
 void MaxPanel::Sync(const Page& page) {
   if (!page.hwnd) return;
   for (const ui::ControlState& cs : panel_->Rollout(page.map).controls) {
@@ -105,8 +193,30 @@ void MaxPanel::Sync(const Page& page) {
         break;
       case ui::Kind::Status:
       case ui::Kind::Static:
-      case ui::Kind::PickButton:
         SetWindowTextW(h, Widen(cs.text).c_str());
+        break;
+      case ui::Kind::Button:
+      case ui::Kind::CheckButton:
+      case ui::Kind::PickButton:
+        // Custom buttons draw their own state: told through their interface, not Win32.
+        if (ICustButton* b = GetICustButton(h)) {
+          b->Enable(cs.enabled ? TRUE : FALSE);
+          if (cs.def->kind != ui::Kind::Button) b->SetCheck(cs.checked ? TRUE : FALSE);
+          if (cs.def->kind == ui::Kind::PickButton) b->SetText(Widen(cs.text).c_str());
+          ReleaseICustButton(b);
+        }
+        break;
+      case ui::Kind::Spinner:
+        if (ISpinnerControl* spin = GetISpinner(h)) {
+          const param::ParamDef* pd = param::FindParamDef(cs.def->param);
+          if (pd && pd->IsIntLike()) {
+            spin->SetValue(static_cast<int>(std::lround(cs.value)), FALSE);
+          } else {
+            spin->SetValue(static_cast<float>(cs.value), FALSE);
+          }
+          spin->Enable(cs.enabled ? TRUE : FALSE);
+          ReleaseISpinner(spin);
+        }
         break;
       case ui::Kind::Edit:
       case ui::Kind::Edit2:

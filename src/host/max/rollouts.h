@@ -34,6 +34,11 @@ class MaxPanel {
   };
   static INT_PTR CALLBACK Proc(HWND hwnd, UINT msg, WPARAM wp, LPARAM lp);
   void Command(int map, int id, int code, HWND ctrl);
+  // Custom controls: spinner kinds, limits and edits, check buttons.
+  void Init(const Page& page);
+  // A spinner's new value; `dragging` while its arrows are held (one undo step per drag).
+  void Spin(int id, ISpinnerControl* spin, bool dragging);
+  void EndDrag(bool accept);
   // Copies the model's state of every control of page `map` into its window.
   void Sync(const Page& page);
   void SyncAll();
@@ -43,6 +48,7 @@ class MaxPanel {
   std::unique_ptr<ui::Panel> panel_;
   std::vector<Page> pages_;  // sized once: the pages point into it
   bool syncing_ = false;
+  int dragId_ = -1;  // the spinner whose drag holds the undo step open
 };
 
 }  // namespace kv::max

@@ -1,5 +1,6 @@
 #include "host/max/scene_objects.h"
 
+#include "host/max/controller_classes.h"
 #include "host/max/mesh_convert.h"
 
 namespace kv::max {
@@ -7,6 +8,73 @@ namespace kv::max {
 namespace {
 
 const Class_ID kTriObjectId(TRIOBJ_CLASS_ID, 0);
+
+// The class table is written once, without the SDK; here it must agree with the SDK's own ids.
+constexpr uint32_t ClassOf(host::ControlKind k, host::Interp i) {
+  return FindKeyControlClass(k, i)->classIdA;
+}
+using host::ControlKind;
+using host::Interp;
+static_assert(ClassOf(ControlKind::Float, Interp::Linear) == LININTERP_FLOAT_CLASS_ID);
+static_assert(ClassOf(ControlKind::Float, Interp::Bezier) == HYBRIDINTERP_FLOAT_CLASS_ID);
+static_assert(ClassOf(ControlKind::Float, Interp::TCB) == TCBINTERP_FLOAT_CLASS_ID);
+static_assert(ClassOf(ControlKind::Position, Interp::Linear) == LININTERP_POSITION_CLASS_ID);
+static_assert(ClassOf(ControlKind::Position, Interp::Bezier) == HYBRIDINTERP_POSITION_CLASS_ID);
+static_assert(ClassOf(ControlKind::Position, Interp::TCB) == TCBINTERP_POSITION_CLASS_ID);
+static_assert(ClassOf(ControlKind::Rotation, Interp::Linear) == LININTERP_ROTATION_CLASS_ID);
+static_assert(ClassOf(ControlKind::Rotation, Interp::Bezier) == HYBRIDINTERP_ROTATION_CLASS_ID);
+static_assert(ClassOf(ControlKind::Rotation, Interp::TCB) == TCBINTERP_ROTATION_CLASS_ID);
+static_assert(ClassOf(ControlKind::Point3, Interp::Bezier) == HYBRIDINTERP_POINT3_CLASS_ID);
+static_assert(ClassOf(ControlKind::Point3, Interp::TCB) == TCBINTERP_POINT3_CLASS_ID);
+static_assert(ClassOf(ControlKind::Scale, Interp::Linear) == LININTERP_SCALE_CLASS_ID);
+static_assert(ClassOf(ControlKind::Scale, Interp::Bezier) == HYBRIDINTERP_SCALE_CLASS_ID);
+static_assert(ClassOf(ControlKind::Scale, Interp::TCB) == TCBINTERP_SCALE_CLASS_ID);
+static_assert(kSuperFloat == CTRL_FLOAT_CLASS_ID && kSuperPoint3 == CTRL_POINT3_CLASS_ID &&
+              kSuperPosition == CTRL_POSITION_CLASS_ID &&
+              kSuperRotation == CTRL_ROTATION_CLASS_ID && kSuperScale == CTRL_SCALE_CLASS_ID);
+
+// A copied stretch of an SDK track; the clip belongs to whoever copied it.
+class MaxTrackClip final : public host::TrackClip {
+ public:
+  explicit MaxTrackClip(::TrackClipObject* clip) : clip_(clip) {}
+  ~MaxTrackClip() override { clip_->DeleteThis(); }
+  MaxTrackClip(const MaxTrackClip&) = delete;
+  MaxTrackClip& operator=(const MaxTrackClip&) = delete;
+  ::TrackClipObject* Sdk() const { return clip_; }
+
+ private:
+  ::TrackClipObject* clip_;
+};
+
+// Both ends of the core's closed intervals belong to the copied stretch.
+constexpr DWORD kBothEnds = TIME_INCLEFT | TIME_INCRIGHT;
+
+// Reads key i of a TCB controller into the key type of its kind, lets `edit` see or change
+// the shared TCB part, and writes it back when asked. False without such a key.
+template <class Edit>
+bool WithTCBKey(::Control* c, host::ControlKind kind, int i, bool write, Edit edit) {
+  IKeyControl* keys = GetKeyControlInterface(c);
+  if (!keys || i < 0 || i >= keys->GetNumKeys()) return false;
+  auto apply = [&](auto key) {
+    keys->GetKey(i, &key);
+    edit(static_cast<ITCBKey&>(key));
+    if (write) keys->SetKey(i, &key);
+    return true;
+  };
+  switch (kind) {
+    case host::ControlKind::Float:
+      return apply(ITCBFloatKey{});
+    case host::ControlKind::Point3:
+    case host::ControlKind::Position:
+      return apply(ITCBPoint3Key{});
+    case host::ControlKind::Rotation:
+      return apply(ITCBRotKey{});
+    case host::ControlKind::Scale:
+      return apply(ITCBScaleKey{});
+    default:
+      return false;
+  }
+}
 
 host::ControlKind KindOf(::Control* c) {
   switch (c->SuperClassID()) {
@@ -150,9 +218,12 @@ void MaxControl::SetValue(TimeValue t, const host::ControlValue& v, bool makeKey
     ms.s = ToMax(s->s);
     ms.q.x = s->q.x, ms.q.y = s->q.y, ms.q.z = s->q.z, ms.q.w = s->q.w;
     SetWithMode(c_, t, ms, makeKey);
+  } else if (const kv::Matrix3* m = std::get_if<kv::Matrix3>(&v)) {
+    // Transform controllers take a matrix as a packet that sets it outright.
+    ::Matrix3 parent;
+    parent.IdentityMatrix();
+    SetWithMode(c_, t, SetXFormPacket(ToMax(*m), parent), makeKey);
   }
-  // Matrices go to transform controllers as transform packets, which the core never sends:
-  // it keys a transform through its position, rotation and scale tracks.
 }
 
 std::unique_ptr<host::Control> MaxControl::Clone() const {
@@ -165,6 +236,45 @@ bool MaxControl::CopyFrom(const host::Control& other) {
   if (!from || other.Kind() != kind_) return false;
   c_->Copy(from);
   return true;
+}
+
+std::unique_ptr<host::TrackClip> MaxControl::CopyTrack(const kv::Interval& range) const {
+  const ::Interval iv = ToMax(range);
+  if (!c_->CanCopyTrack(iv, kBothEnds)) return nullptr;
+  ::TrackClipObject* clip = c_->CopyTrack(iv, kBothEnds);
+  return clip ? std::make_unique<MaxTrackClip>(clip) : nullptr;
+}
+
+bool MaxControl::PasteTrack(const host::TrackClip& clip, const kv::Interval& range) {
+  const auto* m = dynamic_cast<const MaxTrackClip*>(&clip);
+  if (!m) return false;
+  const ::Interval iv = ToMax(range);
+  if (!c_->CanPasteTrack(m->Sdk(), iv, kBothEnds)) return false;
+  c_->PasteTrack(m->Sdk(), iv, kBothEnds);
+  return true;
+}
+
+host::Interp MaxControl::GetInterp() const {
+  const Class_ID id = c_->ClassID();
+  return InterpOfClass(static_cast<uint32_t>(id.PartA()), static_cast<uint32_t>(id.PartB()));
+}
+
+bool MaxControl::GetKeyTCB(int i, float& tension, float& continuity, float& bias) const {
+  if (GetInterp() != host::Interp::TCB) return false;
+  return WithTCBKey(c_, kind_, i, false, [&](ITCBKey& k) {
+    tension = k.tens;
+    continuity = k.cont;
+    bias = k.bias;
+  });
+}
+
+bool MaxControl::SetKeyTCB(int i, float tension, float continuity, float bias) {
+  if (GetInterp() != host::Interp::TCB) return false;
+  return WithTCBKey(c_, kind_, i, true, [&](ITCBKey& k) {
+    k.tens = tension;
+    k.cont = continuity;
+    k.bias = bias;
+  });
 }
 
 host::Control* MaxControl::Sub(std::unique_ptr<MaxControl>& slot, ::Control* c) {
@@ -219,6 +329,14 @@ std::unique_ptr<host::Control> NewMaxControl(host::ControlKind kind) {
       break;  // two- and four-component tracks are not used by the core
   }
   return c ? std::make_unique<MaxControl>(c) : nullptr;
+}
+
+std::unique_ptr<host::Control> NewMaxKeyControl(host::ControlKind kind, host::Interp interp) {
+  const KeyControlClass* cls = FindKeyControlClass(kind, interp);
+  if (!cls) return NewMaxControl(kind);
+  auto* c = static_cast<::Control*>(
+      GetCOREInterface()->CreateInstance(cls->superClassId, Class_ID(cls->classIdA, 0)));
+  return c ? std::make_unique<MaxControl>(c) : NewMaxControl(kind);
 }
 
 }  // namespace kv::max

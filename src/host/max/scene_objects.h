@@ -44,6 +44,11 @@ class MaxControl final : public host::Control {
   void DeleteKey(int i) override { c_->DeleteKeyByIndex(i); }
   std::unique_ptr<host::Control> Clone() const override;
   bool CopyFrom(const host::Control& other) override;
+  std::unique_ptr<host::TrackClip> CopyTrack(const kv::Interval& range) const override;
+  bool PasteTrack(const host::TrackClip& clip, const kv::Interval& range) override;
+  host::Interp GetInterp() const override;
+  bool GetKeyTCB(int i, float& tension, float& continuity, float& bias) const override;
+  bool SetKeyTCB(int i, float tension, float continuity, float bias) override;
 
   host::Control* GetPositionController() override { return Sub(pos_, c_->GetPositionController()); }
   host::Control* GetRotationController() override { return Sub(rot_, c_->GetRotationController()); }
@@ -64,5 +69,8 @@ class MaxControl final : public host::Control {
 
 // A new controller of the host's default class for `kind`, or null.
 std::unique_ptr<host::Control> NewMaxControl(host::ControlKind kind);
+// A new keyframe controller of `kind` interpolating by `interp`; the default class when the
+// SDK has no such keyframe class.
+std::unique_ptr<host::Control> NewMaxKeyControl(host::ControlKind kind, host::Interp interp);
 
 }  // namespace kv::max

@@ -5,6 +5,7 @@
 #include <gfx.h>
 #include <iparamb2.h>
 #include <max.h>
+#include <objmode.h>
 #include <simpobj.h>
 
 #undef MessageBox

@@ -40,7 +40,9 @@ bool UndoStack::Undo() {
   if (!levels_.empty() || undo_.empty()) return false;
   Step step = std::move(undo_.back());
   undo_.pop_back();
+  restoring_ = true;
   for (size_t i = step.records.size(); i > 0; --i) step.records[i - 1]->Restore(true);
+  restoring_ = false;
   redo_.push_back(std::move(step));
   ++serial_;
   return true;
@@ -50,7 +52,9 @@ bool UndoStack::Redo() {
   if (!levels_.empty() || redo_.empty()) return false;
   Step step = std::move(redo_.back());
   redo_.pop_back();
+  restoring_ = true;
   for (auto& r : step.records) r->Redo();
+  restoring_ = false;
   undo_.push_back(std::move(step));
   ++serial_;
   return true;

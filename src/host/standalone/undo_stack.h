@@ -29,6 +29,7 @@ class UndoStack final : public host::Hold {
     if (suspended_ > 0) --suspended_;
   }
   bool IsSuspended() const override { return suspended_ > 0; }
+  bool RestoringOrRedoing() const override { return restoring_; }
 
   // Undoes the last accepted step (records restored newest first) and moves it to the redo
   // stack; Redo does the reverse. Both refuse (false) while a hold is open or when there is
@@ -56,6 +57,7 @@ class UndoStack final : public host::Hold {
   std::vector<size_t> levels_;                           // where each nested level starts
   std::vector<Step> undo_, redo_;
   int suspended_ = 0;
+  bool restoring_ = false;
   uint64_t serial_ = 1;
 };
 

@@ -5,6 +5,7 @@
 #include "max.h"
 
 // ---- plugapi.h
+class FPInterface;
 class ClassDesc {
  public:
   virtual ~ClassDesc();
@@ -21,6 +22,7 @@ class ClassDesc {
   virtual const MCHAR* InternalName();
   virtual HINSTANCE HInstance();
   virtual DWORD InitialRollupPageState();
+  virtual void AddInterface(FPInterface* fpi);
 };
 
 // ---- paramtype.h
@@ -28,9 +30,23 @@ enum ParamType2 {
   TYPE_FLOAT = 0,
   TYPE_INT = 1,
   TYPE_BOOL = 4,
+  TYPE_ANGLE = 5,
+  TYPE_PCNT_FRAC = 6,
   TYPE_WORLD = 7,
+  TYPE_STRING = 8,
   TYPE_FILENAME = 9,
+  TYPE_TIMEVALUE = 12,
   TYPE_INODE = 17,
+  TYPE_INDEX = 19,
+  TYPE_VOID = 25,
+  TYPE_INTERVAL = 26,
+  TYPE_BITARRAY = 31,
+  TYPE_CONTROL = 35,
+  TYPE_TSTR = 37,
+  TYPE_NAME = 41,
+  TYPE_FPVALUE = 43,
+  TYPE_VALUE = 44,
+  TYPE_bool = 46,
 };
 #define TYPE_TAB 0x800
 #define TYPE_FLOAT_TAB (ParamType2)(TYPE_FLOAT + TYPE_TAB)
@@ -82,6 +98,7 @@ class PBValidator {
 class PBAccessor {
  public:
   virtual ~PBAccessor();
+  virtual MSTR GetLocalName(ReferenceMaker* owner, ParamID id, int tabIndex, bool localized);
 };
 
 class ParamBlockDesc2 {

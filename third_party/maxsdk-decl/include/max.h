@@ -12,6 +12,8 @@
 
 #include <cstddef>
 
+#include "baseinterface.h"
+
 // ---- versions (plugapi.h, maxversion.h)
 #define MAX_RELEASE 25000
 #define MAX_API_NUM 62
@@ -24,6 +26,7 @@ typedef wchar_t MCHAR;
 typedef int TimeValue;
 typedef ULONG SClass_ID;
 typedef unsigned short MtlID;
+typedef unsigned long ulong;
 typedef ULONG_PTR PartID;
 typedef unsigned int RefMessage;
 class ReferenceTarget;
@@ -209,9 +212,24 @@ class Mesh {
 
 // ---- animation (animtbl.h, control.h)
 enum GetSetMethod { CTRL_RELATIVE, CTRL_ABSOLUTE };
+// Track edit flags: whether an interval's ends are included.
+#define TIME_INCLEFT (1 << 10)
+#define TIME_INCRIGHT (1 << 11)
+// A copied stretch of track, owned by whoever asked for it.
+class TrackClipObject {
+ public:
+  Interval clip;
+  explicit TrackClipObject(Interval iv) : clip(iv) {}
+  virtual ~TrackClipObject();
+  virtual SClass_ID SuperClassID() = 0;
+  virtual Class_ID ClassID() = 0;
+  virtual void DeleteThis() = 0;
+  virtual int NumKeys();
+};
 class InterfaceServer {
  public:
   virtual ~InterfaceServer();
+  virtual BaseInterface* GetInterface(Interface_ID id);
 };
 class Animatable : public InterfaceServer {
  public:
@@ -223,6 +241,12 @@ class Animatable : public InterfaceServer {
   virtual int GetKeyIndex(TimeValue t);
   virtual void DeleteKeyByIndex(int index);
   virtual void DeleteThis();
+  virtual void* GetInterface(ULONG id);
+  BaseInterface* GetInterface(Interface_ID id) override;
+  virtual BOOL CanCopyTrack(Interval iv, DWORD flags);
+  virtual BOOL CanPasteTrack(TrackClipObject* cobj, Interval iv, DWORD flags);
+  virtual TrackClipObject* CopyTrack(Interval iv, DWORD flags);
+  virtual void PasteTrack(TrackClipObject* cobj, Interval iv, DWORD flags);
 };
 enum RefResult { REF_FAIL, REF_SUCCEED, REF_DONTCARE, REF_STOP, REF_INVALID };
 #define NOTIFY_ALL 0xfffffff0
@@ -257,6 +281,18 @@ class Control : public ReferenceTarget {
   virtual BOOL SetRotationController(Control* c);
   virtual BOOL SetScaleController(Control* c);
 };
+// Setting a transform controller's value (control.h).
+enum SetXFormCommand { XFORM_MOVE, XFORM_ROTATE, XFORM_SCALE, XFORM_SET };
+class SetXFormPacket {
+ public:
+  SetXFormCommand command;
+  Matrix3 tmParent;
+  Matrix3 tmAxis;
+  Point3 p;
+  Quat q;
+  BOOL localOrigin;
+  SetXFormPacket(const Matrix3& mat, const Matrix3& par);
+};
 Control* NewDefaultFloatController();
 Control* NewDefaultPoint3Controller();
 Control* NewDefaultMatrix3Controller();
@@ -266,6 +302,65 @@ Control* NewDefaultScaleController();
 ReferenceTarget* CloneRefHierarchy(ReferenceTarget* rm);
 void AnimateOn();
 void AnimateOff();
+
+// ---- keyframe controllers and their keys (istdplug.h, AnimatableInterfaceIDs.h)
+#define LININTERP_FLOAT_CLASS_ID 0x2001
+#define LININTERP_POSITION_CLASS_ID 0x2002
+#define LININTERP_ROTATION_CLASS_ID 0x2003
+#define LININTERP_SCALE_CLASS_ID 0x2004
+#define HYBRIDINTERP_FLOAT_CLASS_ID 0x2007
+#define HYBRIDINTERP_POSITION_CLASS_ID 0x2008
+#define HYBRIDINTERP_ROTATION_CLASS_ID 0x2009
+#define HYBRIDINTERP_POINT3_CLASS_ID 0x200A
+#define HYBRIDINTERP_SCALE_CLASS_ID 0x2010
+#define TCBINTERP_FLOAT_CLASS_ID 0x442311
+#define TCBINTERP_POSITION_CLASS_ID 0x442312
+#define TCBINTERP_ROTATION_CLASS_ID 0x442313
+#define TCBINTERP_POINT3_CLASS_ID 0x442314
+#define TCBINTERP_SCALE_CLASS_ID 0x442315
+#define I_KEYCONTROL 0x00001100
+class AngAxis {
+ public:
+  Point3 axis;
+  float angle;
+};
+class IKey {
+ public:
+  TimeValue time;
+  DWORD flags;
+};
+class ITCBKey : public IKey {
+ public:
+  float tens, cont, bias, easeIn, easeOut;
+};
+class ITCBFloatKey : public ITCBKey {
+ public:
+  float val;
+};
+class ITCBPoint3Key : public ITCBKey {
+ public:
+  Point3 val;
+};
+class ITCBRotKey : public ITCBKey {
+ public:
+  AngAxis val;
+};
+class ITCBScaleKey : public ITCBKey {
+ public:
+  ScaleValue val;
+};
+class IKeyControl {
+ public:
+  virtual int GetNumKeys() = 0;
+  virtual void SetNumKeys(int n) = 0;
+  virtual void GetKey(int i, IKey* key) = 0;
+  virtual void SetKey(int i, IKey* key) = 0;
+  virtual int AppendKey(IKey* key) = 0;
+  virtual void SortKeys() = 0;
+  virtual DWORD& GetTrackFlags() = 0;
+  virtual int GetKeySize();
+};
+#define GetKeyControlInterface(anim) ((IKeyControl*)(anim)->GetInterface(I_KEYCONTROL))
 
 // ---- undo (hold.h)
 class RestoreObj : public InterfaceServer {
@@ -278,6 +373,8 @@ class RestoreObj : public InterfaceServer {
 };
 class Hold {
  public:
+  // True while an undo or redo is putting records back.
+  int RestoreOrRedoing();
   void Begin();
   void Put(RestoreObj* rob);
   void Accept(const MCHAR* nm);
@@ -363,13 +460,37 @@ class INode : public ReferenceTarget {
   virtual void SetVisController(Control* cont) = 0;
   virtual BOOL GetInheritVisibility() = 0;
   virtual void SetInheritVisibility(BOOL onOff) = 0;
+  virtual int Renderable() = 0;
+  virtual void SetRenderable(BOOL onOff) = 0;
+  virtual int CastShadows() = 0;
+  virtual void SetCastShadows(BOOL onOff) = 0;
+  virtual int RcvShadows() = 0;
+  virtual void SetRcvShadows(BOOL onOff) = 0;
+  virtual int GetBoxMode() = 0;
+  virtual void BoxMode(int onOff) = 0;
+  virtual int GetBackCull() = 0;
+  virtual void BackCull(BOOL onOff) = 0;
   virtual ObjectState EvalWorldState(TimeValue time, BOOL evalHidden = TRUE) = 0;
 };
 
 class PickModeCallback;
 class PickNodeCallback;
+// Sub-object hits (hitrec.h).
+class ModContext;
+class HitData;
+class HitRecord {
+ public:
+  INode* nodeRef;
+  ModContext* modContext;
+  DWORD distance;
+  ulong hitInfo;
+  HitData* hitData;
+  HitRecord* Next();
+};
 class ViewExp {
  public:
+  virtual void LogHit(INode* nr, ModContext* mc, DWORD dist, ulong info,
+                      HitData* hitdat = nullptr) = 0;
   virtual INode* GetClosestHit() = 0;
   virtual GraphicsWindow* getGW() = 0;
   virtual Point3 SnapPoint(const IPoint2& in, IPoint2& out, Matrix3* plane2d = nullptr,
@@ -396,6 +517,42 @@ class CreateMouseCallBack {
 };
 
 class IObjParam;
+// Sub-object levels (object.h, cmdmode.h, GenSubObjType.h).
+class CommandMode {
+ public:
+  virtual ~CommandMode();
+};
+class XFormModes {
+ public:
+  CommandMode* move;
+  CommandMode* rotate;
+  CommandMode* scale;
+  CommandMode* uscale;
+  CommandMode* squash;
+  CommandMode* select;
+  XFormModes(CommandMode* move, CommandMode* rotate, CommandMode* scale, CommandMode* uscale,
+             CommandMode* squash, CommandMode* select);
+};
+class ISubObjType {
+ public:
+  virtual ~ISubObjType();
+};
+class GenSubObjType : public ISubObjType {
+ public:
+  GenSubObjType(const MCHAR* nm, const MCHAR* pBitmapName, int nIndex);
+  ~GenSubObjType() override;
+
+ private:
+  MSTR name;
+};
+class SubObjAxisCallback {
+ public:
+  virtual ~SubObjAxisCallback();
+  virtual void Center(Point3 c, int id) = 0;
+  virtual void TM(Matrix3 tm, int id) = 0;
+  virtual int Type() = 0;
+};
+class IObjParam;
 class BaseObject : public ReferenceTarget {
  public:
   virtual CreateMouseCallBack* GetCreateMouseCallBack() = 0;
@@ -407,6 +564,22 @@ class BaseObject : public ReferenceTarget {
                       ViewExp* vpt);
   virtual void GetWorldBoundBox(TimeValue t, INode* inode, ViewExp* vp, Box3& box);
   virtual void GetLocalBoundBox(TimeValue t, INode* inode, ViewExp* vp, Box3& box);
+  virtual int HitTest(TimeValue t, INode* inode, int type, int crossing, int flags, IPoint2* p,
+                      ViewExp* vpt, ModContext* mc);
+  virtual void SelectSubComponent(HitRecord* hitRec, BOOL selected, BOOL all, BOOL invert = FALSE);
+  virtual void ClearSelection(int selLevel);
+  virtual void ActivateSubobjSel(int level, XFormModes& modes);
+  virtual int NumSubObjTypes();
+  virtual ISubObjType* GetSubObjType(int i);
+  virtual void GetSubObjectCenters(SubObjAxisCallback* cb, TimeValue t, INode* node,
+                                   ModContext* mc);
+  virtual void GetSubObjectTMs(SubObjAxisCallback* cb, TimeValue t, INode* node, ModContext* mc);
+  virtual void Move(TimeValue t, Matrix3& partm, Matrix3& tmAxis, Point3& val,
+                    BOOL localOrigin = FALSE);
+  virtual void Rotate(TimeValue t, Matrix3& partm, Matrix3& tmAxis, Quat& val,
+                      BOOL localOrigin = FALSE);
+  virtual void Scale(TimeValue t, Matrix3& partm, Matrix3& tmAxis, Point3& val,
+                     BOOL localOrigin = FALSE);
 };
 class Object : public BaseObject {
  public:
@@ -424,6 +597,82 @@ class LightObject : public Object {
  public:
   virtual float GetAtten(TimeValue t, int which, Interval& valid) = 0;
 };
+
+// ---- custom controls (custcont.h)
+#define CC_SPINNER_CHANGE (WM_USER + 600)
+#define CC_SPINNER_BUTTONDOWN (WM_USER + 601)
+#define CC_SPINNER_BUTTONUP (WM_USER + 602)
+enum EditSpinnerType {
+  EDITTYPE_INT,
+  EDITTYPE_FLOAT,
+  EDITTYPE_UNIVERSE,
+  EDITTYPE_POS_INT,
+  EDITTYPE_POS_FLOAT,
+  EDITTYPE_POS_UNIVERSE,
+  EDITTYPE_TIME,
+};
+enum CustButType { CBT_PUSH, CBT_CHECK };
+class ICustomControl : public InterfaceServer {
+ public:
+  virtual HWND GetHwnd() = 0;
+  virtual void Enable(BOOL onOff = TRUE) = 0;
+  virtual void Disable() = 0;
+  virtual BOOL IsEnabled() = 0;
+};
+class ISpinnerControl : public ICustomControl {
+ public:
+  virtual float GetFVal() = 0;
+  virtual int GetIVal() = 0;
+  virtual void SetScale(float s) = 0;
+  virtual void SetValue(float v, int notify) = 0;
+  virtual void SetValue(int v, int notify) = 0;
+  virtual void SetLimits(int min, int max, int limitCurValue = TRUE) = 0;
+  virtual void SetLimits(float min, float max, int limitCurValue = TRUE) = 0;
+  virtual void LinkToEdit(HWND hEdit, EditSpinnerType type) = 0;
+};
+ISpinnerControl* GetISpinner(HWND hCtrl);
+void ReleaseISpinner(ISpinnerControl* isc);
+class ICustButton : public ICustomControl {
+ public:
+  virtual void SetText(const MCHAR* text) = 0;
+  virtual void SetType(CustButType type) = 0;
+  virtual void SetCheck(BOOL checked) = 0;
+  virtual BOOL IsChecked() = 0;
+};
+ICustButton* GetICustButton(HWND hCtrl);
+void ReleaseICustButton(ICustButton* icb);
+
+// ---- select by name (maxapi.h)
+class INodeTab {
+ public:
+  int Count() const;
+  INode*& operator[](const INT_PTR i) const;
+};
+class HitByNameDlgCallback {
+ public:
+  virtual ~HitByNameDlgCallback();
+  virtual const MCHAR* dialogTitle();
+  virtual const MCHAR* buttonText();
+  virtual BOOL singleSelect();
+  virtual BOOL useFilter();
+  virtual int filter(INode* node);
+  virtual BOOL useProc();
+  virtual void proc(INodeTab& nodeTab);
+  virtual BOOL doCustomHilite();
+  virtual BOOL doHilite(INode* node);
+  virtual BOOL showHiddenAndFrozen();
+};
+
+// ---- broadcast notifications (notify.h)
+#define NOTIFY_PRE_RENDER 0x00000014
+#define NOTIFY_POST_RENDER 0x00000015
+struct NotifyInfo {
+  int intcode;
+  void* callParam;
+};
+typedef void (*NOTIFYPROC)(void* param, NotifyInfo* info);
+int RegisterNotification(NOTIFYPROC proc, void* param, int code);
+int UnRegisterNotification(NOTIFYPROC proc, void* param, int code);
 
 // ---- the application (maxapi.h)
 #define APPENDROLL_CLOSED (1 << 0)
@@ -443,6 +692,9 @@ class Interface {
   virtual int GetSelNodeCount() = 0;
   virtual INode* GetSelNode(int i) = 0;
   virtual void ClearNodeSelection(BOOL redraw = TRUE) = 0;
+  virtual void SelectNode(INode* node, int clearSel = 1) = 0;
+  virtual void DeSelectNode(INode* node) = 0;
+  virtual BOOL DoHitByNameDialog(HitByNameDlgCallback* hbncb = nullptr) = 0;
   virtual void MakeNameUnique(MSTR& name) = 0;
   virtual INode* CreateObjectNode(Object* obj) = 0;
   virtual void* CreateInstance(SClass_ID superID, Class_ID classID) = 0;
@@ -451,6 +703,7 @@ class Interface {
   virtual void PushPrompt(const MCHAR* s) = 0;
   virtual void PopPrompt() = 0;
   virtual void SetPickMode(PickModeCallback* p) = 0;
+  virtual void DeleteMode(CommandMode* m) = 0;
   virtual INode* PickNode(HWND hWnd, IPoint2 pt, PickNodeCallback* filt = nullptr) = 0;
   virtual BOOL ProgressStart(const MCHAR* title, BOOL dispBar, LPTHREAD_START_ROUTINE fn,
                              LPVOID arg) = 0;

@@ -6,6 +6,7 @@
 #include "gfx.h"
 #include "iparamb2.h"
 #include "max.h"
+#include "objmode.h"
 #include "simpobj.h"
 
 WStr::WStr() : buf_(nullptr) {}
@@ -149,6 +150,29 @@ int Animatable::GetKeyIndex(TimeValue) {
 }
 void Animatable::DeleteKeyByIndex(int) {}
 void Animatable::DeleteThis() {}
+void* Animatable::GetInterface(ULONG) {
+  return nullptr;
+}
+BaseInterface* Animatable::GetInterface(Interface_ID) {
+  return nullptr;
+}
+BOOL Animatable::CanCopyTrack(Interval, DWORD) {
+  return FALSE;
+}
+BOOL Animatable::CanPasteTrack(TrackClipObject*, Interval, DWORD) {
+  return FALSE;
+}
+TrackClipObject* Animatable::CopyTrack(Interval, DWORD) {
+  return nullptr;
+}
+void Animatable::PasteTrack(TrackClipObject*, Interval, DWORD) {}
+TrackClipObject::~TrackClipObject() {}
+int TrackClipObject::NumKeys() {
+  return 0;
+}
+int IKeyControl::GetKeySize() {
+  return 0;
+}
 IOResult ReferenceMaker::Save(ISave*) {
   return IO_OK;
 }
@@ -175,6 +199,9 @@ int RestoreObj::Size() {
 void RestoreObj::EndHold() {}
 MSTR RestoreObj::Description() {
   return MSTR();
+}
+int Hold::RestoreOrRedoing() {
+  return 0;
 }
 void Hold::Begin() {}
 void Hold::Put(RestoreObj* rob) {
@@ -237,6 +264,9 @@ DWORD ClassDesc::InitialRollupPageState() {
 
 PBValidator::~PBValidator() {}
 PBAccessor::~PBAccessor() {}
+MSTR PBAccessor::GetLocalName(ReferenceMaker*, ParamID, int, bool) {
+  return MSTR();
+}
 ParamBlockDesc2::ParamBlockDesc2(BlockID, const MCHAR*, StringResID, ClassDesc2*, USHORT, ...) {}
 ParamBlockDesc2::~ParamBlockDesc2() {}
 void ParamBlockDesc2::AddParam(ParamID, ...) {}
@@ -360,3 +390,93 @@ int BaseObject::HitTest(TimeValue, INode*, int, int, int, IPoint2*, ViewExp*) {
 }
 void BaseObject::GetWorldBoundBox(TimeValue, INode*, ViewExp*, Box3&) {}
 void BaseObject::GetLocalBoundBox(TimeValue, INode*, ViewExp*, Box3&) {}
+int BaseObject::HitTest(TimeValue, INode*, int, int, int, IPoint2*, ViewExp*, ModContext*) {
+  return 0;
+}
+void BaseObject::SelectSubComponent(HitRecord*, BOOL, BOOL, BOOL) {}
+void BaseObject::ClearSelection(int) {}
+void BaseObject::ActivateSubobjSel(int, XFormModes&) {}
+int BaseObject::NumSubObjTypes() {
+  return 0;
+}
+ISubObjType* BaseObject::GetSubObjType(int) {
+  return nullptr;
+}
+void BaseObject::GetSubObjectCenters(SubObjAxisCallback*, TimeValue, INode*, ModContext*) {}
+void BaseObject::GetSubObjectTMs(SubObjAxisCallback*, TimeValue, INode*, ModContext*) {}
+HitRecord* HitRecord::Next() {
+  return nullptr;
+}
+ISubObjType::~ISubObjType() {}
+GenSubObjType::GenSubObjType(const MCHAR* nm, const MCHAR*, int) : name(nm) {}
+GenSubObjType::~GenSubObjType() {}
+SubObjAxisCallback::~SubObjAxisCallback() {}
+
+int INodeTab::Count() const {
+  return 0;
+}
+INode*& INodeTab::operator[](const INT_PTR) const {
+  static INode* none = nullptr;
+  return none;
+}
+HitByNameDlgCallback::~HitByNameDlgCallback() {}
+const MCHAR* HitByNameDlgCallback::dialogTitle() {
+  return L"";
+}
+const MCHAR* HitByNameDlgCallback::buttonText() {
+  return L"";
+}
+BOOL HitByNameDlgCallback::singleSelect() {
+  return FALSE;
+}
+BOOL HitByNameDlgCallback::useFilter() {
+  return TRUE;
+}
+int HitByNameDlgCallback::filter(INode*) {
+  return TRUE;
+}
+BOOL HitByNameDlgCallback::useProc() {
+  return TRUE;
+}
+void HitByNameDlgCallback::proc(INodeTab&) {}
+BOOL HitByNameDlgCallback::doCustomHilite() {
+  return FALSE;
+}
+BOOL HitByNameDlgCallback::doHilite(INode*) {
+  return FALSE;
+}
+BOOL HitByNameDlgCallback::showHiddenAndFrozen() {
+  return FALSE;
+}
+int RegisterNotification(NOTIFYPROC, void*, int) {
+  return 1;
+}
+int UnRegisterNotification(NOTIFYPROC, void*, int) {
+  return 1;
+}
+ISpinnerControl* GetISpinner(HWND) {
+  return nullptr;
+}
+void ReleaseISpinner(ISpinnerControl*) {}
+ICustButton* GetICustButton(HWND) {
+  return nullptr;
+}
+void ReleaseICustButton(ICustButton*) {}
+SetXFormPacket::SetXFormPacket(const Matrix3& mat, const Matrix3& par)
+    : command(XFORM_SET), tmParent(par), tmAxis(mat), q(), localOrigin(FALSE) {}
+CommandMode::~CommandMode() {}
+XFormModes::XFormModes(CommandMode* mv, CommandMode* ro, CommandMode* sc, CommandMode* us,
+                       CommandMode* sq, CommandMode* se)
+    : move(mv), rotate(ro), scale(sc), uscale(us), squash(sq), select(se) {}
+void BaseObject::Move(TimeValue, Matrix3&, Matrix3&, Point3&, BOOL) {}
+void BaseObject::Rotate(TimeValue, Matrix3&, Matrix3&, Quat&, BOOL) {}
+void BaseObject::Scale(TimeValue, Matrix3&, Matrix3&, Point3&, BOOL) {}
+#define KV_STUB_CMODE(C)           \
+  C::C(BaseObject*, IObjParam*) {} \
+  C::~C() {}
+KV_STUB_CMODE(MoveModBoxCMode)
+KV_STUB_CMODE(RotateModBoxCMode)
+KV_STUB_CMODE(UScaleModBoxCMode)
+KV_STUB_CMODE(NUScaleModBoxCMode)
+KV_STUB_CMODE(SquashModBoxCMode)
+KV_STUB_CMODE(SelectModBoxCMode)
