@@ -14,6 +14,7 @@
 
 #include "cache/reader.h"
 #include "cache/writer.h"
+#include "scale_file.h"
 
 using namespace KelvaneTools;
 using Clock = std::chrono::steady_clock;
@@ -126,6 +127,32 @@ void BM_OpenIndex(benchmark::State& state) {
   state.counters["file_MB"] = double(fx.fileBytes) / (1 << 20);
 }
 BENCHMARK(BM_OpenIndex)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+// The open of a destruction shot (100,000 elements of 100 vertices, as bench_scale writes it)
+// with two samples only, so that it is quick to write: against one raw read of the bytes the
+// open reads, into a buffer kept from the first iteration.
+void BM_OpenLarge(benchmark::State& state) {
+  const std::string path = BenchFile("large");
+  const uint64_t readBytes = kv::bench::WriteScaleFile(path, {100000, 100, 48, 2});
+  std::vector<uint8_t> buf(readBytes);
+  double op = 0, base = 0;
+  for (auto _ : state) {
+    const auto t0 = Clock::now();
+    RawRead(path, buf);
+    const auto t1 = Clock::now();
+    kvCacheReader r(path);
+    if (!r.Open()) state.SkipWithError("the cache did not open");
+    benchmark::DoNotOptimize(r.NumElements());
+    const auto t2 = Clock::now();
+    base += Seconds(t0, t1);
+    op += Seconds(t1, t2);
+    state.SetIterationTime(Seconds(t1, t2));
+  }
+  std::filesystem::remove(path);
+  state.counters["x_raw_read"] = op / base;
+  state.counters["read_MB"] = double(readBytes) / (1 << 20);
+}
+BENCHMARK(BM_OpenLarge)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(8);
 
 void BM_Frame(benchmark::State& state) {
   Fixture& fx = Shared();

@@ -26,6 +26,7 @@
 #include "cache/registry.h"
 #include "host/standalone/scene.h"
 #include "object/cache_obj.h"
+#include "scale_file.h"
 
 namespace {
 
@@ -50,94 +51,12 @@ double ResidentMB() {
   return double(resident) * double(sysconf(_SC_PAGESIZE)) / (1 << 20);
 }
 
-struct Out {
-  std::FILE* f;
-  std::vector<char> buf;
-  void Put(const void* p, size_t n) {
-    const char* c = static_cast<const char*>(p);
-    buf.insert(buf.end(), c, c + n);
-    if (buf.size() > (8u << 20)) Flush();
-  }
-  template <class T>
-  void Put(T v) {
-    Put(&v, sizeof v);
-  }
-  void Flush() {
-    std::fwrite(buf.data(), 1, buf.size(), f);
-    buf.clear();
-  }
-};
-
-// Version 1 records (no normals): every element a ring of 100 vertices with 48 faces, each
-// sample a turn about its own axis and a fall, so that every element moves rigidly.
+// The shape of a large destruction shot, written by hand once (see scale_file.h).
 struct ScaleCache {
   std::string path = (std::filesystem::temp_directory_path() /
                       ("kv_bench_scale_" + std::to_string(getpid()) + ".kvc"))
                          .string();
-  uint64_t tableOffset = 0;
-
-  ScaleCache() {
-    Out o{std::fopen(path.c_str(), "wb"), {}};
-    uint8_t header[256] = {};
-    o.Put(header, sizeof header);
-    for (int e = 0; e < kElements; ++e) {
-      o.Put(int32_t(1));
-      o.Put("E", 1);
-      for (float v : {-1.f, -1.f, -1.f, 1.f, 1.f, 1.f}) o.Put(v);
-      o.Put(int32_t(kVerts)), o.Put(int32_t(kFaces)), o.Put(int32_t(0));
-    }
-    std::vector<float> ring;
-    for (int v = 0; v < kVerts; ++v) {
-      const float a = float(v) * 0.0628f;
-      ring.insert(ring.end(), {std::cos(a), std::sin(a), float(v % 7) * 0.1f});
-    }
-    std::vector<uint8_t> faces;
-    for (int f = 0; f < kFaces; ++f) {
-      uint8_t rec[KelvaneTools::kFaceSizeV1] = {};
-      const uint32_t idx[3] = {uint32_t(2 * f), uint32_t(2 * f + 1), uint32_t(2 * f + 2)};
-      rec[2] = 1, rec[6] = 7;
-      std::memcpy(rec + 8, idx, sizeof idx);
-      faces.insert(faces.end(), rec, rec + sizeof rec);
-    }
-    for (int e = 0; e < kElements; ++e) {
-      o.Put(ring.data(), ring.size() * sizeof(float));
-      o.Put(faces.data(), faces.size());
-    }
-    tableOffset = 256 + uint64_t(kElements) * (4 + 1 + 24 + 12) +
-                  uint64_t(kElements) * (kVerts * 12 + faces.size());
-    for (int s = 0; s < kSamples; ++s) {
-      for (int e = 0; e < kElements; ++e) {
-        const float a = 0.05f * float(s) + 0.001f * float(e);
-        const float c = std::cos(a), sn = std::sin(a);
-        const float row[12] = {c,
-                               sn,
-                               0,
-                               -sn,
-                               c,
-                               0,
-                               0,
-                               0,
-                               1,
-                               float(e % 316) * 3,
-                               float(e / 316) * 3,
-                               100.0f - 0.5f * float(s)};
-        o.Put(row, sizeof row);
-        o.Put(uint8_t(1));
-      }
-    }
-    o.Flush();
-    // The header, now that the table's place is known.
-    uint8_t h[46] = {};
-    std::memcpy(h, "KVCACHE", 7);
-    h[7] = 1;
-    const int32_t fields[] = {
-        0,   (kSamples - 1) * 160, 160, 30, kElements, kSamples, int32_t(kElements * 49),
-        256, int32_t(tableOffset)};
-    std::memcpy(h + 9, fields, sizeof fields);
-    std::fseek(o.f, 0, SEEK_SET);
-    std::fwrite(h, 1, sizeof h, o.f);
-    std::fclose(o.f);
-  }
+  uint64_t tableOffset = bench::WriteScaleFile(path, {kElements, kVerts, kFaces, kSamples});
   ~ScaleCache() { std::filesystem::remove(path); }
 };
 

@@ -3,6 +3,10 @@
 #include <cinttypes>
 #include <utility>
 
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
+
 namespace KelvaneTools {
 
 std::string_view ErrorMessage(uint32_t code) {
@@ -24,6 +28,18 @@ std::string_view ErrorMessage(uint32_t code) {
     default:
       return {};
   }
+}
+
+void AdviseLargePages(const void* p, size_t bytes) {
+#if defined(__linux__) && defined(MADV_HUGEPAGE)
+  constexpr uintptr_t kLarge = uintptr_t{2} << 20;
+  if (bytes < 2 * kLarge) return;
+  const uintptr_t first = (reinterpret_cast<uintptr_t>(p) + kLarge - 1) & ~(kLarge - 1);
+  const uintptr_t last = (reinterpret_cast<uintptr_t>(p) + bytes) & ~(kLarge - 1);
+  if (last > first) madvise(reinterpret_cast<void*>(first), last - first, MADV_HUGEPAGE);
+#else
+  (void)p, (void)bytes;
+#endif
 }
 
 std::string SizeText(uint64_t bytes) {

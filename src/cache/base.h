@@ -32,6 +32,11 @@ std::string_view ErrorMessage(uint32_t code);
 // Progress: (user value, done, total) -> true to go on, false to cancel.
 using ProgressFn = bool (*)(void* user, uint32_t done, uint32_t total);
 
+// Asks the system to back a large allocation that is not yet touched with large pages, so
+// that filling it takes one page fault per 2 MB instead of one per 4 KB. A hint only: a no-op
+// where the system has no such request, and for small blocks.
+void AdviseLargePages(const void* p, size_t bytes);
+
 // A byte count with the largest fitting unit: "1 KB", "1.50 KB", "0 B", "3 TB".
 std::string SizeText(uint64_t bytes);
 

@@ -17,31 +17,40 @@ namespace {
 
 std::atomic<uint64_t> gGeneration{0};
 
-// A bounded cursor over file bytes read in large blocks. The planned region is fetched with
-// one read; should parsing need more (a file whose sample table offset lies inside its
-// element data), the rest of the file is fetched with one more read. Every count is checked
-// against Left(), the bytes the file still holds, before anything is allocated for it.
-class BlockCursor {
+// A bounded cursor that streams file bytes through one window of a megabyte, so that the
+// bytes being parsed stay in cache and the only large memory an open touches is the index it
+// builds. Reads stop at the planned end (the sample table) unless parsing needs more (a file
+// whose sample table offset lies inside its element data); then they go on to the end of the
+// file. Every count is checked against Left(), the bytes the file still holds, before
+// anything is allocated for it.
+class StreamCursor {
  public:
-  BlockCursor(kvCacheBase& base, uint64_t pos, uint64_t fileSize)
-      : base_(base), fileSize_(fileSize), bufStart_(pos) {}
+  static constexpr size_t kWindow = size_t{1} << 20;
 
-  bool Fetch(uint64_t bytes) {
-    const uint64_t have = bufStart_ + buf_.size();
-    bytes = std::min(bytes, fileSize_ - have);
-    const size_t old = buf_.size();
-    buf_.resize(old + bytes);
-    return base_.ReadBytes(buf_.data() + old, bytes);
+  StreamCursor(kvCacheBase& base, uint64_t pos, uint64_t planEnd, uint64_t fileSize)
+      : base_(base), fileSize_(fileSize), limit_(std::min(planEnd, fileSize)), filePos_(pos) {
+    buf_.resize(kWindow);
   }
-  uint64_t Left() const { return fileSize_ - (bufStart_ + pos_); }
+
+  uint64_t Left() const { return fileSize_ - (filePos_ - (end_ - pos_)); }
 
   bool Need(size_t n) {
-    if (buf_.size() - pos_ >= n) return true;
+    if (end_ - pos_ >= n) return true;
     if (n > Left()) {
       base_.SetError(kErrReadPastEof);
       return false;
     }
-    return Fetch(fileSize_ - (bufStart_ + buf_.size()));
+    const size_t have = end_ - pos_;
+    if (n > buf_.size()) buf_.resize(n);  // bounded by the file, checked above
+    std::memmove(buf_.data(), buf_.data() + pos_, have);
+    pos_ = 0;
+    end_ = have;
+    if (filePos_ + (n - have) > limit_) limit_ = fileSize_;
+    const size_t want = size_t(std::min<uint64_t>(buf_.size() - end_, limit_ - filePos_));
+    if (!base_.ReadBytes(buf_.data() + end_, want)) return false;
+    end_ += want;
+    filePos_ += want;
+    return true;
   }
   const uint8_t* Take(size_t n) {  // after Need(n)
     const uint8_t* p = buf_.data() + pos_;
@@ -54,19 +63,59 @@ class BlockCursor {
     v = LoadLE<T>(Take(sizeof v));
     return true;
   }
+  // Large blocks bypass the window and go straight from the file into `dst`.
   bool ReadRaw(void* dst, size_t n) {
+    uint8_t* d = static_cast<uint8_t*>(dst);
+    const size_t buffered = std::min(n, end_ - pos_);
+    if (buffered) std::memcpy(d, Take(buffered), buffered);
+    d += buffered;
+    n -= buffered;
+    if (n == 0) return true;
+    if (n >= kWindow / 2) {
+      if (n > Left()) {
+        base_.SetError(kErrReadPastEof);
+        return false;
+      }
+      if (!base_.ReadBytes(d, n)) return false;
+      filePos_ += n;
+      limit_ = std::max(limit_, filePos_);
+      return true;
+    }
     if (!Need(n)) return false;
-    if (n) std::memcpy(dst, Take(n), n);
+    std::memcpy(d, Take(n), n);
     return true;
   }
 
  private:
   kvCacheBase& base_;
   uint64_t fileSize_;
-  uint64_t bufStart_;
+  uint64_t limit_;    // reads stop here until more is needed
+  uint64_t filePos_;  // the file offset just past the window's bytes
   std::vector<uint8_t> buf_;
-  size_t pos_ = 0;
+  size_t pos_ = 0, end_ = 0;
 };
+
+// Reserves a large array without touching it, so that the large-page hint lands first.
+template <class T>
+void ReserveLarge(std::vector<T>& v, size_t n) {
+  v.reserve(n);
+  AdviseLargePages(v.data(), v.capacity() * sizeof(T));
+}
+
+// Grows `v` by n elements and returns the first new one. The values are written at once, so
+// the zero fill lands in cache lines about to be overwritten anyway.
+template <class T>
+T* Grow(std::vector<T>& v, size_t n) {
+  const size_t old = v.size();
+  v.resize(old + n);
+  return v.data() + old;
+}
+
+bool IsAscii(std::string_view s) {
+  for (const char c : s)
+    if (static_cast<unsigned char>(c) >= 0x80) return false;
+  return true;
+}
 
 // Corners follow Box3::Corner; two triangles per side, outward winding, the diagonal's edge
 // hidden, one smoothing group per side.
@@ -106,6 +155,8 @@ void kvCacheReader::Release() {
   fileSize_ = 0;
   elements_.clear();
   elements_.shrink_to_fit();
+  channelArena_ = {};
+  matIdArena_ = {};
   totalVerts_ = totalFaces_ = 0;
   channelTotals_.clear();
   lowChannel_ = highChannel_ = kNoChannel;
@@ -193,9 +244,7 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
     error_ = kErrReadPastEof;
     return false;
   }
-  BlockCursor in(*this, kDataOffset, fileSize);
-  const uint64_t regionEnd = std::min<uint64_t>(uint64_t(h.sampleTableOffset), fileSize);
-  if (regionEnd > kDataOffset && !in.Fetch(regionEnd - kDataOffset)) return false;
+  StreamCursor in(*this, kDataOffset, uint64_t(h.sampleTableOffset), fileSize);
 
   const int version = h.version;
   const bool normalsByte = HasNormalsByte(version);
@@ -205,7 +254,11 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
     error_ = kErrReadPastEof;
     return false;
   }
+  ReserveLarge(elements_, size_t(h.numNodes));
   elements_.resize(size_t(h.numNodes));
+  // Each element's first entry in the channel array; its views are set once the array stops
+  // growing.
+  std::vector<uint32_t> channelFirst(size_t(h.numNodes) + 1, 0);
   auto invalid = [this] {
     error_ = kErrInvalidFile;
     return false;
@@ -214,42 +267,60 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
   // 1. Element records. Predicted sizes of the blocks that follow are summed so that the
   // totals can be checked against the file before any mesh is allocated.
   uint64_t blockBytesTotal = 0;
-  for (CacheElement& el : elements_) {
+  int64_t channelSums[kMaxChannel + 1] = {};
+  bool channelSeen[kMaxChannel + 1] = {};
+  for (size_t e = 0; e < elements_.size(); ++e) {
+    CacheElement& el = elements_[e];
     int32_t nameLength = 0;
     if (!in.Read(nameLength)) return false;
     if (nameLength < 0) return invalid();
-    if (uint64_t(nameLength) > in.Left()) {
-      error_ = kErrReadPastEof;
-      return false;
-    }
-    el.name.resize(size_t(nameLength));
-    if (!in.ReadRaw(el.name.data(), el.name.size())) return false;
-    if (const size_t z = el.name.find('\0'); z != std::string::npos) el.name.resize(z);
-    // Stored in the host's 8-bit code page, kept as UTF-8.
-    el.name = host_ ? host_->FromCodePage(el.name) : kv::host::Cp1252ToUtf8(el.name);
+    if (!in.Need(size_t(nameLength))) return false;
+    const char* rawName = reinterpret_cast<const char*>(in.Take(size_t(nameLength)));
+    const void* nul = std::memchr(rawName, 0, size_t(nameLength));
+    const std::string_view name(
+        rawName, nul ? size_t(static_cast<const char*>(nul) - rawName) : size_t(nameLength));
+    // Stored in the host's 8-bit code page, kept as UTF-8; plain ASCII reads the same in
+    // both.
+    if (IsAscii(name))
+      el.name.assign(name);
+    else
+      el.name = host_ ? host_->FromCodePage(name) : kv::host::Cp1252ToUtf8(name);
+
+    if (!in.Need(kElementRecordFixed - 4)) return false;
+    const uint8_t* p = in.Take(kElementRecordFixed - 4);
     float box[6];
-    if (!in.ReadRaw(box, sizeof box)) return false;
+    std::memcpy(box, p, sizeof box);
     el.bounds = kv::Box3({box[0], box[1], box[2]}, {box[3], box[4], box[5]});
-    int32_t numChannels = 0;
-    if (!in.Read(el.numVerts) || !in.Read(el.numFaces) || !in.Read(numChannels)) return false;
+    el.numVerts = LoadLE<int32_t>(p + 24);
+    el.numFaces = LoadLE<int32_t>(p + 28);
+    const int32_t numChannels = LoadLE<int32_t>(p + 32);
     if (el.numVerts < 0 || el.numFaces < 0 || numChannels < 0 || numChannels > kMaxChannel + 1)
       return invalid();
-    el.channels.resize(size_t(numChannels));
     uint64_t elementBytes = uint64_t(el.numVerts) * kPointSize + uint64_t(el.numFaces) * faceSize;
-    for (auto& [ch, count] : el.channels) {
-      if (!in.Read(ch) || !in.Read(count)) return false;
-      if (ch < 0 || ch > kMaxChannel || count < 0) return invalid();
-      elementBytes += uint64_t(count) * kPointSize + uint64_t(el.numFaces) * kMapFaceSize;
+    if (numChannels > 0) {
+      if (!in.Need(size_t(numChannels) * kChannelEntrySize)) return false;
+      const uint8_t* c = in.Take(size_t(numChannels) * kChannelEntrySize);
+      const size_t first = channelArena_.size();
+      for (int32_t k = 0; k < numChannels; ++k, c += kChannelEntrySize) {
+        const int32_t ch = LoadLE<int32_t>(c), count = LoadLE<int32_t>(c + 4);
+        if (ch < 0 || ch > kMaxChannel || count < 0) return invalid();
+        channelArena_.emplace_back(ch, count);
+        elementBytes += uint64_t(count) * kPointSize + uint64_t(el.numFaces) * kMapFaceSize;
+      }
+      // The map blocks follow in channel order whatever the list's order; a channel listed
+      // twice would leave its blocks ambiguous.
+      const auto list = channelArena_.begin() + std::ptrdiff_t(first);
+      std::sort(list, channelArena_.end());
+      for (auto it = list + 1; it < channelArena_.end(); ++it)
+        if (it->first == (it - 1)->first) return invalid();
+      el.lowChannel = list->first;
+      el.highChannel = channelArena_.back().first;
+      for (auto it = list; it < channelArena_.end(); ++it) {
+        channelSums[it->first] += it->second;
+        channelSeen[it->first] = true;
+      }
     }
-    // The map blocks follow in channel order whatever the list's order; a channel listed
-    // twice would leave its blocks ambiguous.
-    std::sort(el.channels.begin(), el.channels.end());
-    for (size_t c = 1; c < el.channels.size(); ++c)
-      if (el.channels[c].first == el.channels[c - 1].first) return invalid();
-    if (!el.channels.empty()) {
-      el.lowChannel = el.channels.front().first;
-      el.highChannel = el.channels.back().first;
-    }
+    channelFirst[e + 1] = uint32_t(channelArena_.size());
     if (normalsByte) {
       uint8_t n = 0;
       if (!in.Read(n)) return false;
@@ -270,52 +341,63 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
     totalVerts_ += el.numVerts;
     totalFaces_ += el.numFaces;
     anyNormals_ |= el.hasNormals;
-    for (const auto& [ch, count] : el.channels) {
-      channelTotals_[ch] += count;
-      if (lowChannel_ == kNoChannel || ch < lowChannel_) lowChannel_ = ch;
-      if (highChannel_ == kNoChannel || ch > highChannel_) highChannel_ = ch;
-    }
+    el.channels = {channelArena_.data() + channelFirst[e], channelFirst[e + 1] - channelFirst[e]};
+  }
+  for (int ch = 0; ch <= kMaxChannel; ++ch) {
+    if (!channelSeen[ch]) continue;
+    channelTotals_.emplace(ch, channelSums[ch]);
+    if (lowChannel_ == kNoChannel) lowChannel_ = ch;
+    highChannel_ = ch;
   }
   if (totalVerts_ > INT32_MAX / 8 || totalFaces_ > INT32_MAX / 12) return invalid();
 
-  // 2. Geometry blocks, straight into the combined mesh.
-  combined_.verts.resize(size_t(totalVerts_));
-  combined_.faces.resize(size_t(totalFaces_));
+  // 2. Geometry blocks, straight into the combined mesh, element by element.
+  ReserveLarge(combined_.verts, size_t(totalVerts_));
+  ReserveLarge(combined_.faces, size_t(totalFaces_));
+  ReserveLarge(matIdArena_, size_t(totalFaces_));
   combined_.faceSel.SetSize(int(totalFaces_), false);
-  if (anyNormals_) combined_.specNormals.resize(size_t(totalFaces_) * 3);
+  if (anyNormals_) ReserveLarge(combined_.specNormals, size_t(totalFaces_) * 3);
+  // Faces are parsed in batches that fit the window.
+  const size_t faceBatch = StreamCursor::kWindow / faceSize;
   for (CacheElement& el : elements_) {
-    if (!in.ReadRaw(combined_.verts.data() + el.vertOffset, size_t(el.numVerts) * kPointSize))
-      return false;
-    el.matIds.resize(size_t(el.numFaces));
-    if (!in.Need(size_t(el.numFaces) * faceSize)) return false;
-    for (int32_t f = 0; f < el.numFaces; ++f) {
-      const uint8_t* p = in.Take(faceSize);
-      kv::Face& face = combined_.faces[size_t(el.faceOffset + f)];
-      const uint16_t matId = LoadLE<uint16_t>(p);
-      el.matIds[size_t(f)] = matId;
-      face.smGroup = LoadLE<uint32_t>(p + 2);
-      face.flags = p[6] & kv::kEdgeAll;
-      face.setMatID(matId);
-      if (p[7]) combined_.faceSel.Set(el.faceOffset + f);
-      for (int k = 0; k < 3; ++k) {
-        const uint32_t v = LoadLE<uint32_t>(p + 8 + 4 * k);
-        if (v >= uint32_t(el.numVerts)) return invalid();
-        face.v[k] = v + uint32_t(el.vertOffset);
-      }
-      if (anyNormals_) {
-        kv::Point3* n = &combined_.specNormals[size_t(el.faceOffset + f) * 3];
+    kv::Point3* verts = Grow(combined_.verts, size_t(el.numVerts));
+    if (!in.ReadRaw(verts, size_t(el.numVerts) * kPointSize)) return false;
+    kv::Face* faces = Grow(combined_.faces, size_t(el.numFaces));
+    uint16_t* matIds = Grow(matIdArena_, size_t(el.numFaces));
+    kv::Point3* normals =
+        anyNormals_ ? Grow(combined_.specNormals, size_t(el.numFaces) * 3) : nullptr;
+    const uint32_t base = uint32_t(el.vertOffset);
+    for (int32_t f0 = 0; f0 < el.numFaces;) {
+      const int32_t f1 = int32_t(std::min<int64_t>(el.numFaces, int64_t(f0) + int64_t(faceBatch)));
+      if (!in.Need(size_t(f1 - f0) * faceSize)) return false;
+      const uint8_t* p = in.Take(size_t(f1 - f0) * faceSize);
+      for (int32_t f = f0; f < f1; ++f, p += faceSize) {
+        kv::Face& face = faces[f];
+        const uint16_t matId = LoadLE<uint16_t>(p);
+        matIds[f] = matId;
+        face.smGroup = LoadLE<uint32_t>(p + 2);
+        face.flags = (p[6] & kv::kEdgeAll) | uint32_t{matId} << 16;
+        if (p[7]) combined_.faceSel.Set(el.faceOffset + f);
+        uint32_t v[3];
+        std::memcpy(v, p + 8, sizeof v);
+        const uint32_t nv = uint32_t(el.numVerts);
+        if (v[0] >= nv || v[1] >= nv || v[2] >= nv) return invalid();
+        face.setVerts(v[0] + base, v[1] + base, v[2] + base);
+        if (!normals) continue;
+        kv::Point3* n = normals + size_t(f) * 3;
         if (el.hasNormals) {
           std::memcpy(n, p + kFaceFixedPart, 3 * kPointSize);
         } else {  // flat normals for elements that carry none
-          const kv::Point3& a = combined_.verts[face.v[0]];
-          const kv::Point3 fn =
-              kv::CrossProd(combined_.verts[face.v[1]] - a, combined_.verts[face.v[2]] - a)
-                  .Normalized();
+          const kv::Point3& a = verts[v[0]];
+          const kv::Point3 fn = kv::CrossProd(verts[v[1]] - a, verts[v[2]] - a).Normalized();
           n[0] = n[1] = n[2] = fn;
         }
       }
+      f0 = f1;
     }
   }
+  for (CacheElement& el : elements_)
+    el.matIds = {matIdArena_.data() + el.faceOffset, size_t(el.numFaces)};
 
   // 3. Map channel blocks, per channel ascending, per element carrying it.
   if (highChannel_ != kNoChannel) {
@@ -329,8 +411,8 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
     map.support = true;
     // The channel holds exactly its carriers' map vertices; the faces of elements without
     // it use its first one.
-    map.verts.resize(size_t(total));
-    map.faces.resize(size_t(totalFaces_));
+    ReserveLarge(map.verts, size_t(total));
+    ReserveLarge(map.faces, size_t(totalFaces_));
     bool uncarriedFaces = false;
     int32_t next = 0;
     for (size_t e = 0; e < elements_.size(); ++e) {
@@ -338,14 +420,13 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
       int32_t count = -1;
       for (const auto& c : el.channels)
         if (c.first == ch) count = c.second;
-      kv::TVFace* faces = map.faces.data() + el.faceOffset;
+      kv::TVFace* faces = Grow(map.faces, size_t(el.numFaces));
       if (count < 0) {
-        std::fill_n(faces, el.numFaces, kv::TVFace{});
         uncarriedFaces |= el.numFaces > 0;
         continue;
       }
       offsets[e] = next;
-      if (!in.ReadRaw(map.verts.data() + next, size_t(count) * kPointSize)) return false;
+      if (!in.ReadRaw(Grow(map.verts, size_t(count)), size_t(count) * kPointSize)) return false;
       if (!in.ReadRaw(faces, size_t(el.numFaces) * kMapFaceSize)) return false;
       for (int32_t f = 0; f < el.numFaces; ++f) {
         for (uint32_t& t : faces[f].t) {
@@ -370,13 +451,13 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
 
 void kvCacheReader::BuildCombinedBoxes() {
   const size_t n = elements_.size();
-  combinedBox_.verts.resize(n * 8);
-  combinedBox_.faces.resize(n * 12);
+  ReserveLarge(combinedBox_.verts, n * 8);
+  ReserveLarge(combinedBox_.faces, n * 12);
   combinedBox_.faceSel.SetSize(int(n * 12), false);
   for (size_t e = 0; e < n; ++e) {
     const CacheElement& el = elements_[e];
-    WriteBox(el.bounds, el.matIds.empty() ? 0 : el.matIds[0], &combinedBox_.verts[e * 8],
-             &combinedBox_.faces[e * 12], uint32_t(e * 8));
+    WriteBox(el.bounds, el.matIds.empty() ? 0 : el.matIds[0], Grow(combinedBox_.verts, 8),
+             Grow(combinedBox_.faces, 12), uint32_t(e * 8));
   }
 }
 

@@ -31,13 +31,14 @@ struct CacheElement {
   kv::Box3 bounds;   // object space
   int32_t numVerts = 0;
   int32_t numFaces = 0;
-  std::vector<std::pair<int32_t, int32_t>> channels;  // (channel, map-vertex count), ascending
+  // (channel, map-vertex count), ascending; views into the reader's index, valid while it is.
+  std::span<const std::pair<int32_t, int32_t>> channels;
   int32_t lowChannel = kNoChannel;
   int32_t highChannel = kNoChannel;
   bool hasNormals = false;
-  std::vector<uint16_t> matIds;  // every face's material id, in face order
-  int32_t vertOffset = 0;        // first vertex in the combined mesh
-  int32_t faceOffset = 0;        // first face in the combined mesh
+  std::span<const uint16_t> matIds;  // every face's material id, in face order
+  int32_t vertOffset = 0;            // first vertex in the combined mesh
+  int32_t faceOffset = 0;            // first face in the combined mesh
 
   bool HasChannel(int ch) const;
 };
@@ -177,6 +178,10 @@ class kvCacheReader : public kvCacheBase {
   CacheHeader header_;
   uint64_t fileSize_ = 0;
   std::vector<CacheElement> elements_;
+  // What the elements' views point at: one array each for the whole file instead of a small
+  // allocation per element.
+  std::vector<std::pair<int32_t, int32_t>> channelArena_;
+  std::vector<uint16_t> matIdArena_;
   int64_t totalVerts_ = 0, totalFaces_ = 0;
   std::map<int32_t, int64_t> channelTotals_;
   int32_t lowChannel_ = kNoChannel, highChannel_ = kNoChannel;

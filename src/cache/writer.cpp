@@ -29,10 +29,6 @@ struct Out {
     if (len) std::memcpy(b.data() + n, p, len);
     n += len;
   }
-  void zeros(size_t len) {
-    std::memset(b.data() + n, 0, len);
-    n += len;
-  }
 };
 
 // The file name without folder and extension, either separator counting ("shot" for
@@ -45,6 +41,18 @@ std::string BaseName(const std::string& path) {
 }
 
 constexpr size_t kFlushBytes = 1u << 20;
+
+// Each element's arrays are separate heap blocks: asking for the next ones early hides the
+// memory latency that otherwise dominates a pass over many small meshes.
+constexpr size_t kPrefetchAhead = 4;
+inline void Prefetch(const void* p, size_t bytes = 1) {
+#if defined(__GNUC__) || defined(__clang__)
+  const char* c = static_cast<const char*>(p);
+  for (size_t off = 0; off < std::min<size_t>(bytes, 2048); off += 64) __builtin_prefetch(c + off);
+#else
+  (void)p, (void)bytes;
+#endif
+}
 
 }  // namespace
 
@@ -96,6 +104,17 @@ bool kvCacheWriter::AddElement(int sourceIndex, kv::TimeValue t, bool renderMesh
   e.mesh.DeleteIsoMapVerts();
   e.mesh.DeleteIsoVerts();
   e.mesh.InvalidateTopologyCache();
+  // Six independent chains the compiler holds in registers.
+  constexpr float kMax = std::numeric_limits<float>::max();
+  float x0 = kMax, y0 = kMax, z0 = kMax, x1 = -kMax, y1 = -kMax, z1 = -kMax;
+  for (const kv::Point3& p : e.mesh.verts) {
+    x0 = std::min(x0, p.x), y0 = std::min(y0, p.y), z0 = std::min(z0, p.z);
+    x1 = std::max(x1, p.x), y1 = std::max(y1, p.y), z1 = std::max(z1, p.z);
+  }
+  const float bounds[6] = {x0, y0, z0, x1, y1, z1};
+  std::memcpy(e.bounds, bounds, sizeof bounds);
+  for (int ch = 0; ch < e.mesh.getNumMaps(); ++ch)
+    if (e.mesh.mapSupport(ch)) e.channelBits[ch >> 6] |= uint64_t{1} << (ch & 63);
   elements_.push_back(std::move(e));
   return true;
 }
@@ -147,13 +166,14 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
   if (!BuildCombinedMaterial()) return false;
 
   // Union of channels; every element then carries every channel of it.
-  channels_.clear();
+  uint64_t unionBits[2] = {0, 0};
   for (const Entry& e : elements_)
-    for (int ch = 0; ch < e.mesh.getNumMaps(); ++ch)
-      if (e.mesh.mapSupport(ch)) channels_.push_back(ch);
-  std::sort(channels_.begin(), channels_.end());
-  channels_.erase(std::unique(channels_.begin(), channels_.end()), channels_.end());
+    unionBits[0] |= e.channelBits[0], unionBits[1] |= e.channelBits[1];
+  channels_.clear();
+  for (int ch = 0; ch <= kMaxChannel; ++ch)
+    if (unionBits[ch >> 6] >> (ch & 63) & 1) channels_.push_back(ch);
   for (Entry& e : elements_) {
+    if (e.channelBits[0] == unionBits[0] && e.channelBits[1] == unionBits[1]) continue;
     kv::Mesh& m = e.mesh;
     for (int ch : channels_) {
       if (m.mapSupport(ch)) continue;
@@ -176,12 +196,16 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
   const int32_t numSamples = int32_t(numSamples64);
 
   // Element records, with the predicted size of the blocks that follow.
-  std::vector<uint8_t> buf(kFlushBytes + 4096);
+  // One buffer for every phase: large enough for a full batch of sample records.
+  std::vector<uint8_t> buf(std::max(kFlushBytes + 4096, kSampleBufferRecords * kSampleRecordSize));
   Out out{buf};
   const size_t faceSize = FaceRecordSize(version);
   uint64_t predicted = 0;
-  for (const Entry& e : elements_) {
+  for (size_t i = 0; i < elements_.size(); ++i) {
+    const Entry& e = elements_[i];
     const kv::Mesh& m = e.mesh;
+    if (i + kPrefetchAhead < elements_.size())
+      Prefetch(elements_[i + kPrefetchAhead].mesh.maps.data());
     std::string name;
     try {
       name = source_.Name(e.source);
@@ -195,23 +219,18 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
     out.Reserve(4 + name.size() + 24 + 12 + 8 * channels_.size() + 1);
     out.put(int32_t(name.size()));
     out.raw(name.data(), name.size());
-    // The mesh's bounding box, over the packed coordinates.
-    const float* v = reinterpret_cast<const float*>(m.verts.data());
-    constexpr float kMax = std::numeric_limits<float>::max();
-    float bounds[6] = {kMax, kMax, kMax, -kMax, -kMax, -kMax};
-    for (size_t j = 0; j < m.verts.size() * 3; j += 3)
-      for (int c = 0; c < 3; ++c) {
-        bounds[c] = std::min(bounds[c], v[j + c]);
-        bounds[3 + c] = std::max(bounds[3 + c], v[j + c]);
-      }
-    out.raw(bounds, sizeof bounds);
+    out.raw(e.bounds, sizeof e.bounds);
     out.put(int32_t(m.numVerts()));
     out.put(int32_t(m.numFaces()));
     out.put(int32_t(channels_.size()));
     for (int ch : channels_) {
+      // Every element carries every channel now; one without its own has one map vertex per
+      // vertex.
+      const bool own = e.channelBits[ch >> 6] >> (ch & 63) & 1;
+      const size_t mapVerts = own ? m.Map(ch).verts.size() : m.verts.size();
       out.put(int32_t(ch));
-      out.put(int32_t(m.Map(ch).verts.size()));
-      predicted += m.Map(ch).verts.size() * kPointSize + size_t(m.numFaces()) * kMapFaceSize;
+      out.put(int32_t(mapVerts));
+      predicted += mapVerts * kPointSize + size_t(m.numFaces()) * kMapFaceSize;
     }
     // Only version 2 records carry the normals byte; version 3 faces still carry normals.
     if (version == 2) out.put(uint8_t(m.hasSpecNormals() && m.numFaces() > 0));
@@ -222,7 +241,7 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
   while ((predicted >> progressShift_) > UINT32_MAX) ++progressShift_;
 
   uint64_t written = 0;
-  if (!Flush(buf, out.n) || !WriteElements(version, written, predicted)) return false;
+  if (!Flush(buf, out.n) || !WriteElements(version, buf, written, predicted)) return false;
 
   // The sample table starts here; its offsets are 32-bit.
   const off_t pos = ftello(file_);
@@ -246,7 +265,7 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
   h.numSamples = numSamples;
   h.sampleStride = int32_t(elements_.size() * kSampleRecordSize);
   h.sampleTableOffset = int32_t(pos);
-  if (!WriteSamples(numSamples, lifetimes, h.hasVisibility)) return false;
+  if (!WriteSamples(numSamples, lifetimes, buf, h.hasVisibility)) return false;
 
   uint8_t header[kHeaderSize];
   SerializeHeader(h, header);
@@ -259,43 +278,55 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
   return true;
 }
 
-bool kvCacheWriter::WriteElements(int version, uint64_t& written, uint64_t predicted) {
-  std::vector<uint8_t> buf(kFlushBytes + 4096);
+bool kvCacheWriter::WriteElements(int version, std::vector<uint8_t>& buf, uint64_t& written,
+                                  uint64_t predicted) {
   Out out{buf};
   const uint32_t count = uint32_t(elements_.size());
   // Geometry blocks.
   for (size_t i = 0; i < elements_.size(); ++i) {
     const Entry& e = elements_[i];
     const kv::Mesh& m = e.mesh;
+    if (i + kPrefetchAhead < elements_.size()) {
+      const kv::Mesh& next = elements_[i + kPrefetchAhead].mesh;
+      Prefetch(next.verts.data(), next.verts.size() * sizeof(kv::Point3));
+      Prefetch(next.faces.data(), next.faces.size() * sizeof(kv::Face));
+      Prefetch(next.maps.data(), next.maps.size() * sizeof(kv::MapChannel));
+    }
     out.Reserve(m.verts.size() * kPointSize + m.faces.size() * kFaceSizeV2);
     out.raw(m.verts.data(), m.verts.size() * kPointSize);
     const bool normals = m.specNormals.size() == m.faces.size() * 3;
     const int selBits = m.faceSel.GetSize();
-    for (size_t f = 0; f < m.faces.size(); ++f) {
+    // Face records assembled straight in the buffer: the fixed 20 bytes, then the normals
+    // (or the zeros standing for them).
+    const size_t faceSize = FaceRecordSize(version);
+    const size_t tail = faceSize - kFaceFixedPart;
+    uint8_t* rec = buf.data() + out.n;
+    for (size_t f = 0; f < m.faces.size(); ++f, rec += faceSize) {
       const kv::Face& face = m.faces[f];
-      // The fixed 20 bytes of a face record, assembled in place.
-      uint8_t rec[20];
-      const uint16_t matId = uint16_t(face.getMatID() + e.matIdOffset);
-      std::memcpy(rec, &matId, 2);
-      std::memcpy(rec + 2, &face.smGroup, 4);
+      StoreLE(rec, uint16_t(face.getMatID() + e.matIdOffset));
+      StoreLE(rec + 2, face.smGroup);
       rec[6] = uint8_t(face.getEdgeVisBits());
       rec[7] = uint8_t(selBits > int(f) && m.faceSel[int(f)] ? 1 : 0);
       std::memcpy(rec + 8, face.v, 12);
-      out.raw(rec, sizeof rec);
-      if (!HasNormalsByte(version))
-        out.zeros(12);
-      else if (normals)
-        out.raw(&m.specNormals[f * 3], 3 * kPointSize);
+      if (HasNormalsByte(version) && normals)
+        std::memcpy(rec + kFaceFixedPart, &m.specNormals[f * 3], tail);
       else
-        out.zeros(3 * kPointSize);
+        std::memset(rec + kFaceFixedPart, 0, tail);
     }
+    out.n += m.faces.size() * faceSize;
     written += m.verts.size() * kPointSize + m.faces.size() * FaceRecordSize(version);
     if (out.n >= kFlushBytes && !Flush(buf, out.n)) return false;
     if (!ReportProgress(uint32_t(i), count)) return false;
   }
   // Map blocks, channel by channel.
   for (int ch : channels_) {
-    for (const Entry& e : elements_) {
+    for (size_t i = 0; i < elements_.size(); ++i) {
+      const Entry& e = elements_[i];
+      if (i + kPrefetchAhead < elements_.size()) {
+        const kv::MapChannel& next = elements_[i + kPrefetchAhead].mesh.Map(ch);
+        Prefetch(next.verts.data(), next.verts.size() * sizeof(kv::Point3));
+        Prefetch(next.faces.data(), next.faces.size() * sizeof(kv::TVFace));
+      }
       const kv::MapChannel& map = e.mesh.Map(ch);
       out.Reserve(map.verts.size() * kPointSize + map.faces.size() * kMapFaceSize);
       out.raw(map.verts.data(), map.verts.size() * kPointSize);
@@ -311,13 +342,14 @@ bool kvCacheWriter::WriteElements(int version, uint64_t& written, uint64_t predi
 }
 
 bool kvCacheWriter::WriteSamples(int32_t numSamples, std::span<const ElementLifetime> lifetimes,
-                                 uint8_t& hasVisibility) {
+                                 std::vector<uint8_t>& buf, uint8_t& hasVisibility) {
   const size_t n = elements_.size();
   std::vector<int> indices(n);
   for (size_t i = 0; i < n; ++i) indices[i] = elements_[i].source;
   std::vector<kv::Matrix3> tms(n);
   std::vector<float> vis(n);
-  std::vector<uint8_t> buf(kSampleBufferRecords * kSampleRecordSize);
+  if (buf.size() < kSampleBufferRecords * kSampleRecordSize)
+    buf.resize(kSampleBufferRecords * kSampleRecordSize);
   size_t used = 0, records = 0;
   // The callback's values are not advanced in this phase: it only polls for a cancel.
   auto flush = [&] {

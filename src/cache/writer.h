@@ -97,12 +97,16 @@ class kvCacheWriter : public kvCacheBase {
     int source = 0;
     kv::Mesh mesh;
     uint16_t matIdOffset = 0;
+    // Taken while the captured mesh is still in cache, so that writing the records later
+    // never walks the meshes: the bounds (min xyz, max xyz) and the supported channels.
+    float bounds[6] = {};
+    uint64_t channelBits[2] = {0, 0};
   };
   bool BuildCombinedMaterial();
   bool Flush(std::vector<uint8_t>& buf, size_t& used);
-  bool WriteElements(int version, uint64_t& written, uint64_t predicted);
+  bool WriteElements(int version, std::vector<uint8_t>& buf, uint64_t& written, uint64_t predicted);
   bool WriteSamples(int32_t numSamples, std::span<const ElementLifetime> lifetimes,
-                    uint8_t& hasVisibility);
+                    std::vector<uint8_t>& buf, uint8_t& hasVisibility);
 
   kv::Matrix3 reference_;
   ElementSource& source_;

@@ -26,16 +26,23 @@ struct Created {
   Quat prev;  // the rotation of the last key, which the next one follows
 };
 
-// Progress of one phase: the host's bar and status, the caller's sink, and Escape.
+// Progress of one phase: the host's bar and status, the object's status field, the caller's
+// sink, and Escape.
 class Phase {
  public:
-  Phase(host::Interface& ip, const ExplodeOptions& opt, int pctTextId, int statusId)
-      : ip_(ip), opt_(opt), pctTextId_(pctTextId), status_(res::GetString(statusId)) {
+  Phase(host::Interface& ip, kvCache_obj& obj, const ExplodeOptions& opt, int pctTextId,
+        int statusId)
+      : ip_(ip), obj_(obj), opt_(opt), pctTextId_(pctTextId), status_(res::GetString(statusId)) {
     ip_.SetStatusText(status_);
   }
+  ~Phase() { obj_.SetProgress(-1, -1); }
+  Phase(const Phase&) = delete;
+  Phase& operator=(const Phase&) = delete;
+
   // False when the run is to stop.
   bool Report(int64_t done, int64_t total) {
     const int percent = total > 0 ? static_cast<int>(done * 100 / total) : 100;
+    obj_.SetProgress(static_cast<int>(done), static_cast<int>(total));
     if (percent != shown_) {
       shown_ = percent;
       char text[128];
@@ -48,6 +55,7 @@ class Phase {
 
  private:
   host::Interface& ip_;
+  kvCache_obj& obj_;
   const ExplodeOptions& opt_;
   int pctTextId_;
   std::string status_;
@@ -206,7 +214,7 @@ ExplodeResult Explode(host::Interface& ip, kvCache_obj& obj, const ExplodeInputs
   host::Node* picked = pb.GetNode(P::kExplodeToNode);
 
   {
-    Phase phase(ip, opt, res::IDS_CREATING_OBJECTS_PCT, res::IDS_CREATING_OBJECTS);
+    Phase phase(ip, obj, opt, res::IDS_CREATING_OBJECTS_PCT, res::IDS_CREATING_OBJECTS);
     for (size_t i = 0; i < chosen.size() && !cancelled; ++i) {
       const int e = chosen[i];
       const std::string nodeName = ip.MakeUniqueName(reader.Element(e).name);
@@ -233,7 +241,7 @@ ExplodeResult Explode(host::Interface& ip, kvCache_obj& obj, const ExplodeInputs
   }
 
   if (!cancelled) {
-    Phase phase(ip, opt, res::IDS_CREATING_ANIMATION_PCT, res::IDS_CREATING_ANIMATION);
+    Phase phase(ip, obj, opt, res::IDS_CREATING_ANIMATION_PCT, res::IDS_CREATING_ANIMATION);
     ip.GetEscPressed();
     // The tracks belong to no node yet: their keys need no undo records of their own.
     hold.Suspend();

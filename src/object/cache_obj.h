@@ -117,6 +117,11 @@ class kvCache_obj : public host::Object, public GroupOwner, public ParamAccessor
   const std::string& StatusText() const { return status_; }
   const std::string& StatusText2() const { return status2_; }
   void SetStatusText2(std::string s) { status2_ = std::move(s); }
+  // The status field's progress bar: recording and explode set it while they run; a negative
+  // value or total shows none.
+  void SetProgress(int value, int total) { progressValue_ = value, progressTotal_ = total; }
+  int ProgressValue() const { return progressValue_; }
+  int ProgressTotal() const { return progressTotal_; }
   bool CreatedForLoad() const { return createdForLoad_; }
 
   // ---- playback
@@ -219,6 +224,7 @@ class kvCache_obj : public host::Object, public GroupOwner, public ParamAccessor
   bool modified_ = false;
   uint64_t seenGeneration_ = 0;  // reader open the mesh was last built from
   std::string status_, status2_;
+  int progressValue_ = -1, progressTotal_ = -1;
 
   // The range end whose spinner is being dragged, and the other end's value from before the
   // drag (-1: no drag).

@@ -68,8 +68,9 @@ void CacheObjectTarget::EmptyNodeList() {
   obj_.Params().SetCount(P::kNodes, 0);
 }
 
-void CacheObjectTarget::SetStatus(const std::string& text) {
+void CacheObjectTarget::SetStatus(const std::string& text, int percent) {
   obj_.SetStatusText2(text);
+  obj_.SetProgress(percent, percent < 0 ? -1 : 100);
 }
 
 void RegistryRefresher::FileRewritten(const std::string& path, RecordTarget& target) {

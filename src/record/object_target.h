@@ -29,7 +29,7 @@ class CacheObjectTarget : public RecordTarget {
   bool AcceptsNode(host::Node* node) const override;
   void OnRecorded(const std::string& path) override;
   void EmptyNodeList() override;
-  void SetStatus(const std::string& text) override;
+  void SetStatus(const std::string& text, int percent = -1) override;
 
   kvCache_obj& Object() { return obj_; }
 

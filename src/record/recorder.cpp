@@ -106,7 +106,7 @@ RecordResult Recorder::Record(RecordTarget& target, const RecordOptions& opt) {
 
   auto progress = [&](const std::string& format, int pct) {
     const std::string status = Percent(format, pct);
-    target.SetStatus(status);
+    target.SetStatus(status, pct);
     ip_.ProgressUpdate(pct, txt::Saving());
     bool go = !ip_.GetEscPressed();
     if (opt.progress && !opt.progress(status, pct)) go = false;

@@ -78,8 +78,9 @@ class RecordTarget {
   virtual void OnRecorded(const std::string& path) = 0;
   // Empties `nodes`, putting an undo record when the host holds.
   virtual void EmptyNodeList() = 0;
-  // The object's status field (an empty text clears it).
-  virtual void SetStatus(const std::string& text) { (void)text; }
+  // The object's status field and its progress bar at `percent` (an empty text and a negative
+  // percent clear them).
+  virtual void SetStatus(const std::string& text, int percent = -1) { (void)text, (void)percent; }
 };
 
 // The recording parameters as plain values, for callers without a cache object (the
@@ -115,7 +116,10 @@ class SettingsRecordTarget : public RecordTarget {
   bool AcceptsNode(host::Node* node) const override;
   void OnRecorded(const std::string& path) override;
   void EmptyNodeList() override { s_.nodes.clear(); }
-  void SetStatus(const std::string& text) override { status_ = text; }
+  void SetStatus(const std::string& text, int percent = -1) override {
+    (void)percent;
+    status_ = text;
+  }
 
   const RecordSettings& Settings() const { return s_; }
   bool Recorded() const { return recorded_; }

@@ -572,16 +572,11 @@ void Panel::SetRolloutOpen(int map, bool open) {
   if (map >= 0 && map < static_cast<int>(rollouts_.size())) rollouts_[map].open = open;
 }
 
-void Panel::SetProgress(int value, int total) {
-  progressValue_ = value;
-  progressTotal_ = total;
-}
-
 int Panel::ProgressFill(int width) const {
-  if (progressValue_ < 0 || progressTotal_ < 0) return -1;
-  if (progressTotal_ == 0) return 0;
-  return static_cast<int>(int64_t{width} * std::min(progressValue_, progressTotal_) /
-                          progressTotal_);
+  const int value = obj_.ProgressValue(), total = obj_.ProgressTotal();
+  if (value < 0 || total < 0) return -1;
+  if (total == 0) return 0;
+  return static_cast<int>(int64_t{width} * std::min(value, total) / total);
 }
 
 // ---------------------------------------------------------------- refresh

@@ -101,9 +101,8 @@ class Panel {
   void RefreshGroups();
   void RefreshNodeList();
 
-  // ---- the status field's progress fill: the filled width of a field `width` pixels wide,
-  // or -1 when no progress shows (a negative value or total).
-  void SetProgress(int value, int total);
+  // ---- the status field's progress fill from the object's progress: the filled width of a
+  // field `width` pixels wide, or -1 when no progress shows (a negative value or total).
   int ProgressFill(int width) const;
 
   // ---- the Record rollout's range-spinner mark: 0 none, 1 start dragged, 2 end dragged,
@@ -137,7 +136,6 @@ class Panel {
   std::vector<RolloutState> rollouts_;
   std::vector<std::unique_ptr<DlgProc>> procs_;  // by map; null where none
   kvCachePick pick_;
-  int progressValue_ = -1, progressTotal_ = -1;
   int rangeMark_ = 0, rangeOther_ = 0;
   bool editingList_ = false;
   bool refreshing_ = false;

@@ -32,8 +32,8 @@ void ExpectTwoElementIndex(const kvCacheReader& r, bool normals) {
   EXPECT_EQ(a.hasNormals, normals);
   EXPECT_FALSE(b.hasNormals);
   EXPECT_EQ(r.AnyNormals(), normals);
-  EXPECT_EQ(a.matIds, std::vector<uint16_t>{4});
-  EXPECT_EQ(b.matIds, std::vector<uint16_t>{2});
+  EXPECT_EQ(std::vector<uint16_t>(a.matIds.begin(), a.matIds.end()), std::vector<uint16_t>{4});
+  EXPECT_EQ(std::vector<uint16_t>(b.matIds.begin(), b.matIds.end()), std::vector<uint16_t>{2});
   EXPECT_EQ(a.lowChannel, 1);
   EXPECT_EQ(a.highChannel, 3);
   EXPECT_EQ(b.lowChannel, 3);
@@ -337,3 +337,154 @@ TEST(CacheReaderSamples, PreLoadReportsProgressAndCanBeCancelled) {
 }
 
 }  // namespace
+
+namespace {
+
+// A version 2 file larger than the reader's one-megabyte window: 20,000 small elements whose
+// records alone cross it, then one large element whose vertex block is read past the window
+// and whose faces span several batches, carrying channel 1 with a large map block.
+constexpr int kSmall = 20000;
+constexpr int32_t kBigVerts = 60000;
+constexpr int32_t kBigFaces = 50000;
+
+struct LargeFile {
+  Bytes f;
+  size_t bigVertsAt = 0, bigFacesAt = 0, mapAt = 0;
+};
+
+LargeFile BuildLargeFile() {
+  LargeFile out;
+  Bytes& f = out.f;
+  kvtest::HeaderFields h;
+  h.nodes = kSmall + 1;
+  h.samples = 1;
+  h.stride = h.nodes * 49;
+  kvtest::PutHeader(f, h);
+  f.zeros(256 - f.size());
+  for (int e = 0; e < kSmall; ++e) {
+    // Long ASCII names (no short-string storage), one with a code-page byte and a NUL.
+    const std::string name = e == 7 ? std::string("Tr\xFCmmer\0rest", 11)
+                                    : "Fragment_" + std::to_string(100000 + e) + "_wall";
+    f.i32(int32_t(name.size())).str(name);
+    f.f32(0).f32(0).f32(0).f32(1).f32(1).f32(0);
+    f.i32(3).i32(1).i32(0).u8(0);
+  }
+  f.i32(3).str("Big").f32(0).f32(0).f32(0).f32(1).f32(1).f32(1);
+  f.i32(kBigVerts).i32(kBigFaces).i32(1).i32(1).i32(kBigVerts).u8(1);
+  for (int e = 0; e < kSmall; ++e) {
+    f.f32(float(e)).f32(0).f32(0).f32(float(e)).f32(1).f32(0).f32(float(e)).f32(0).f32(1);
+    f.u16(uint16_t(e % 7)).u32(1).u8(7).u8(e % 2).u32(0).u32(1).u32(2);
+    f.zeros(36);  // no normals byte set: flat normals are derived
+  }
+  out.bigVertsAt = f.size();
+  for (int32_t v = 0; v < kBigVerts; ++v) f.f32(float(v)).f32(-float(v)).f32(0.5f);
+  out.bigFacesAt = f.size();
+  for (int32_t k = 0; k < kBigFaces; ++k) {
+    const uint32_t a = uint32_t(k) % uint32_t(kBigVerts - 2);
+    f.u16(uint16_t(k % 5)).u32(uint32_t(k)).u8(1).u8(k % 3 == 0).u32(a).u32(a + 1).u32(a + 2);
+    for (int c = 0; c < 3; ++c) f.f32(0).f32(float(k)).f32(1);
+  }
+  out.mapAt = f.size();
+  for (int32_t v = 0; v < kBigVerts; ++v) f.f32(float(v) / kBigVerts).f32(0.25f).f32(0);
+  for (int32_t k = 0; k < kBigFaces; ++k) {
+    const uint32_t a = uint32_t(kBigVerts - 1 - k % (kBigVerts - 2));
+    f.u32(a).u32(a - 1).u32(0);
+  }
+  f.PatchI32(kvtest::kTableOffsetField, int32_t(f.size()));
+  for (int e = 0; e <= kSmall; ++e) kvtest::PutSample(f, 1, float(e), 0, 0, true);
+  return out;
+}
+
+void ExpectLargeIndex(const kvCacheReader& r) {
+  ASSERT_TRUE(r.HasIndex());
+  ASSERT_EQ(r.NumElements(), kSmall + 1);
+  EXPECT_EQ(r.TotalVerts(), int64_t(kSmall) * 3 + kBigVerts);
+  EXPECT_EQ(r.TotalFaces(), int64_t(kSmall) + kBigFaces);
+  EXPECT_EQ(r.Element(0).name, "Fragment_100000_wall");
+  EXPECT_EQ(r.Element(kSmall - 1).name, "Fragment_119999_wall");
+  EXPECT_EQ(r.Element(7).name, "Tr\xC3\xBCmmer");  // cut at the NUL, then UTF-8
+  const kv::Mesh& m = r.CombinedMesh();
+  // The last small element, straddling nothing in particular, and its flat normal.
+  const int last = kSmall - 1;
+  EXPECT_EQ(m.verts[size_t(last) * 3 + 1], (kv::Point3{float(last), 1, 0}));
+  EXPECT_EQ(m.faces[size_t(last)].v[2], uint32_t(last) * 3 + 2);
+  EXPECT_EQ(m.faces[size_t(last)].getMatID(), last % 7);
+  EXPECT_EQ(m.faceSel[last], last % 2 == 1);
+  EXPECT_EQ(m.specNormals[size_t(last) * 3], (kv::Point3{1, 0, 0}));  // (b - a) x (c - a)
+  // The large element: every vertex, and faces in the first and a later batch.
+  const CacheElement& big = r.Element(kSmall);
+  EXPECT_EQ(big.vertOffset, kSmall * 3);
+  EXPECT_TRUE(big.hasNormals);
+  bool vertsMatch = true;
+  for (int32_t v = 0; v < kBigVerts; ++v)
+    vertsMatch &= m.verts[size_t(big.vertOffset + v)] == kv::Point3{float(v), -float(v), 0.5f};
+  EXPECT_TRUE(vertsMatch);
+  for (int32_t k : {0, 18723, 18724, 40000, kBigFaces - 1}) {
+    SCOPED_TRACE(k);
+    const kv::Face& face = m.faces[size_t(big.faceOffset + k)];
+    const uint32_t a = uint32_t(k) % uint32_t(kBigVerts - 2) + uint32_t(big.vertOffset);
+    EXPECT_EQ(face.v[0], a);
+    EXPECT_EQ(face.v[2], a + 2);
+    EXPECT_EQ(face.smGroup, uint32_t(k));
+    EXPECT_EQ(face.getMatID(), k % 5);
+    EXPECT_EQ(big.matIds[size_t(k)], k % 5);
+    EXPECT_EQ(m.faceSel[big.faceOffset + k], k % 3 == 0);
+    EXPECT_EQ(m.specNormals[size_t(big.faceOffset + k) * 3 + 1], (kv::Point3{0, float(k), 1}));
+    const kv::TVFace& tf = m.maps[1].faces[size_t(big.faceOffset + k)];
+    EXPECT_EQ(tf.t[0], uint32_t(kBigVerts - 1 - k % (kBigVerts - 2)));
+  }
+  ASSERT_EQ(big.channels.size(), 1u);
+  EXPECT_EQ(big.channels[0], (std::pair<int32_t, int32_t>{1, kBigVerts}));
+  EXPECT_EQ(m.maps[1].verts.size(), size_t(kBigVerts));
+  EXPECT_EQ(m.maps[1].verts[kBigVerts - 1].x, float(kBigVerts - 1) / kBigVerts);
+  // Small elements lack the channel: their map faces point at its first vertex.
+  EXPECT_EQ(m.maps[1].faces[5].t[1], 0u);
+}
+
+}  // namespace
+
+TEST(CacheReaderOpen, LargeFileStreamsThroughTheReadWindow) {
+  const LargeFile large = BuildLargeFile();
+  TempFile file("large");
+  file.Write(large.f.b);
+  {
+    kvCacheReader r(file.path);
+    ASSERT_TRUE(r.Open()) << r.ErrorMessageText();
+    ExpectLargeIndex(r);
+  }
+  // A sample table offset inside the element records: the reader goes on past it to the
+  // end of the file and builds the same index.
+  {
+    Bytes f = large.f;
+    f.PatchI32(kvtest::kTableOffsetField, 300);
+    TempFile inside("inside");
+    inside.Write(f.b);
+    kvCacheReader r(inside.path);
+    ASSERT_TRUE(r.Open()) << r.ErrorMessageText();
+    ExpectLargeIndex(r);
+  }
+  // Cut inside the records at the window's end, inside the large vertex block (read past the
+  // window), inside a later face batch and inside the large map block: each fails as a read
+  // past the end and leaves no index; reopening the whole file then succeeds.
+  kvCacheReader r(file.path);
+  const size_t cuts[] = {(size_t{1} << 20) + 256 + 3, large.bigVertsAt + 300000,
+                         large.bigFacesAt + 56 * 30000 + 5, large.mapAt + 400000,
+                         large.f.size() - 1};
+  for (size_t cut : cuts) {
+    SCOPED_TRACE(cut);
+    file.Write(large.f.b, cut);
+    EXPECT_FALSE(r.Open());
+    EXPECT_EQ(r.ErrorCode(), kErrReadPastEof);
+    EXPECT_FALSE(r.HasIndex());
+    EXPECT_EQ(r.NumElements(), 0);
+  }
+  // A vertex index out of range in a later face batch is invalid, not a crash.
+  Bytes bad = large.f;
+  bad.PatchI32(large.bigFacesAt + 56 * 30000 + 12, kBigVerts);
+  file.Write(bad.b);
+  EXPECT_FALSE(r.Open());
+  EXPECT_EQ(r.ErrorCode(), kErrInvalidFile);
+  file.Write(large.f.b);
+  ASSERT_TRUE(r.Open()) << r.ErrorMessageText();
+  ExpectLargeIndex(r);
+}

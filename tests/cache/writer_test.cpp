@@ -151,7 +151,8 @@ TEST(CacheWriter, ReaderGetsBackWhatWasWritten) {
   EXPECT_EQ(r.Element(2).numVerts, 3);
   EXPECT_TRUE(r.Element(1).hasNormals);
   EXPECT_FALSE(r.Element(0).hasNormals);
-  EXPECT_EQ(r.Element(1).matIds, std::vector<uint16_t>{2});
+  EXPECT_EQ(std::vector<uint16_t>(r.Element(1).matIds.begin(), r.Element(1).matIds.end()),
+            std::vector<uint16_t>{2});
   // Every element carries the union of channels; the missing ones are zeros on the faces.
   for (int i = 0; i < 3; ++i) {
     EXPECT_TRUE(r.Element(i).HasChannel(1) && r.Element(i).HasChannel(3));

@@ -282,11 +282,18 @@ TEST_F(ExplodeTest, CancelLeavesTheSceneAsItWas) {
     EXPECT_EQ(scene.UndoHistory().NumUndoSteps(), steps) << poll;
     scene.GetResponder().escAnswers.clear();
   }
-  // The caller's progress sink cancels the same way.
+  // The caller's progress sink cancels the same way. Meanwhile the status field's bar counts
+  // the elements made, then the key times, and is gone at the end.
   explode::ExplodeOptions opt;
-  opt.progress = [](const std::string& status, int) { return status != "Creating Animation ..."; };
+  std::vector<std::pair<int, int>> bar;
+  opt.progress = [&](const std::string& status, int) {
+    bar.emplace_back(obj->ProgressValue(), obj->ProgressTotal());
+    return status != "Creating Animation ...";
+  };
   EXPECT_EQ(explode::Explode(scene, *obj, Script(0, 4, kTpf), opt).status,
             ExplodeStatus::Cancelled);
+  EXPECT_EQ(bar, (std::vector<std::pair<int, int>>{{1, 3}, {2, 3}, {3, 3}, {1, 5}}));
+  EXPECT_EQ(obj->ProgressValue(), -1);
   EXPECT_EQ(LiveNodes(), live);
   EXPECT_EQ(scene.UndoHistory().NumUndoSteps(), steps);
   EXPECT_EQ(scene.StatusText(), "");

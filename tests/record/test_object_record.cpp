@@ -103,11 +103,26 @@ TEST_F(ObjectRecord, SuccessSetsParametersAndEmptiesTheListAsOneUndoStep) {
   EXPECT_LT((m.verts[0] - Point3{2, 0, 0}).Length(), 1e-5f);
   EXPECT_LT((m.verts[3] - Point3{2, 5, 0}).Length(), 1e-5f);
 
-  // With "Empty node list" off the list stays.
+  // With "Empty node list" off the list stays. While it writes, the status field's bar
+  // shows the percentage written; it is gone afterwards.
   pb.SetInt(P::kRecClearNodeList, 0, 0);
   pb.SetString(P::kFileName, P("again.kvc"));
-  ASSERT_TRUE(RecordCacheObject(recorder, *obj, RecordOptions{true, "", {}}).ok());
+  std::vector<std::pair<int, int>> bar;
+  RecordOptions watched{true, "", {}};
+  watched.progress = [&](const std::string&, int) {
+    bar.emplace_back(obj->ProgressValue(), obj->ProgressTotal());
+    return true;
+  };
+  ASSERT_TRUE(RecordCacheObject(recorder, *obj, watched).ok());
   EXPECT_EQ(pb.Count(P::kNodes), 2);
+  ASSERT_FALSE(bar.empty());
+  for (const auto& [value, total] : bar) {
+    EXPECT_EQ(total, 100);
+    EXPECT_GE(value, 0);
+  }
+  EXPECT_GT(bar.back().first, 0);
+  EXPECT_EQ(obj->ProgressValue(), -1);
+  EXPECT_EQ(obj->ProgressTotal(), -1);
 }
 
 TEST_F(ObjectRecord, RecordingOverAPlayedFileRefreshesEveryObjectPlayingIt) {

@@ -277,11 +277,11 @@ TEST_F(PanelTest, RangeSpinnersPushEachOtherAndComeBack) {
 TEST_F(PanelTest, StatusFieldFillsWithProgress) {
   Panel& p = Open();
   EXPECT_EQ(p.ProgressFill(200), -1);
-  p.SetProgress(25, 100);
+  p.Object().SetProgress(25, 100);
   EXPECT_EQ(p.ProgressFill(200), 50);
-  p.SetProgress(3, -1);
+  p.Object().SetProgress(3, -1);
   EXPECT_EQ(p.ProgressFill(200), -1);
-  p.SetProgress(0, 0);
+  p.Object().SetProgress(0, 0);
   EXPECT_EQ(p.ProgressFill(200), 0);
 }
 

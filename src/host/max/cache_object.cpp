@@ -258,12 +258,18 @@ int MaxCacheObject::NumSubObjTypes() {
 }
 
 ISubObjType* MaxCacheObject::GetSubObjType(int i) {
-  static const std::wstring names[ui::kNumSubObjTypes] = {Widen(ui::SubObjTypeName(0)),
-                                                          Widen(ui::SubObjTypeName(1))};
-  static GenSubObjType types[ui::kNumSubObjTypes] = {{names[0].c_str(), L"SubObjectIcons", 1},
-                                                     {names[1].c_str(), L"SubObjectIcons", 2}};
-  const int type = display_->GetSubObjType(i);
-  return type >= 0 && type < ui::kNumSubObjTypes ? &types[type] : nullptr;
+  static const std::wstring elementsName = Widen(ui::SubObjTypeName(0));
+  static const std::wstring gizmoName = Widen(ui::SubObjTypeName(1));
+  static GenSubObjType elements(elementsName.c_str(), L"SubObjectIcons", 1);
+  static GenSubObjType gizmo(gizmoName.c_str(), L"SubObjectIcons", 2);
+  switch (display_->GetSubObjType(i)) {
+    case 0:
+      return &elements;
+    case 1:
+      return &gizmo;
+    default:
+      return nullptr;
+  }
 }
 
 void MaxCacheObject::GetSubObjectCenters(SubObjAxisCallback* cb, TimeValue t, ::INode* inode,

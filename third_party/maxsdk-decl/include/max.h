@@ -13,6 +13,7 @@
 #include <cstddef>
 
 #include "baseinterface.h"
+#include "tab.h"
 
 // ---- versions (plugapi.h, maxversion.h)
 #define MAX_RELEASE 25000
@@ -643,11 +644,7 @@ ICustButton* GetICustButton(HWND hCtrl);
 void ReleaseICustButton(ICustButton* icb);
 
 // ---- select by name (maxapi.h)
-class INodeTab {
- public:
-  int Count() const;
-  INode*& operator[](const INT_PTR i) const;
-};
+class INodeTab : public Tab<INode*> {};
 class HitByNameDlgCallback {
  public:
   virtual ~HitByNameDlgCallback();

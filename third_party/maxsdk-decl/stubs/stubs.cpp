@@ -412,13 +412,6 @@ GenSubObjType::GenSubObjType(const MCHAR* nm, const MCHAR*, int) : name(nm) {}
 GenSubObjType::~GenSubObjType() {}
 SubObjAxisCallback::~SubObjAxisCallback() {}
 
-int INodeTab::Count() const {
-  return 0;
-}
-INode*& INodeTab::operator[](const INT_PTR) const {
-  static INode* none = nullptr;
-  return none;
-}
 HitByNameDlgCallback::~HitByNameDlgCallback() {}
 const MCHAR* HitByNameDlgCallback::dialogTitle() {
   return L"";
