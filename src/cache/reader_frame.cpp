@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "cache/reader.h"
+#include "geom/affine.h"
 #include "geom/transform_points.h"
 #include "host/interface.h"
 
@@ -107,14 +108,25 @@ bool kvCacheReader::LoadSamplesForElements(std::span<ElementFrameState> states,
   const size_t count = element < 0 ? elements_.size() : (element < NumElements() ? 1 : 0);
   uint8_t* wanted = scratch.wanted.data();
   ForRanges(count, kMapGrain, [&](size_t begin, size_t end) {
-    // Elements mostly share their cache time: one that has the time of the element mapped
-    // before it takes that mapping as it is (the mapping depends on the time alone).
-    const ElementFrameState* prev = nullptr;
+    // Elements mostly share a few cache times (one per group rule, say): the mappings of the
+    // last few distinct times are kept, and an element with one of them takes it as it is
+    // (the mapping depends on the time alone).
+    constexpr int kRecent = 4;
+    const ElementFrameState* recent[kRecent] = {};
+    uint32_t recentTime[kRecent] = {};
+    int next = 0;
     int64_t lastA = -1;
     int32_t lastB = -1;
     for (size_t e = first + begin; e < first + end; ++e) {
       ElementFrameState& r = states[e];
-      if (prev && std::bit_cast<uint32_t>(prev->time) == std::bit_cast<uint32_t>(r.time)) {
+      const uint32_t time = std::bit_cast<uint32_t>(r.time);
+      const ElementFrameState* prev = nullptr;
+      for (int k = 0; k < kRecent; ++k)
+        if (recent[k] && recentTime[k] == time) {
+          prev = recent[k];
+          break;
+        }
+      if (prev) {
         r.sampleA = prev->sampleA;
         r.fraction = prev->fraction;
         r.sampleB = prev->sampleB;
@@ -125,7 +137,9 @@ bool kvCacheReader::LoadSamplesForElements(std::span<ElementFrameState> states,
         continue;  // its samples are already wanted
       }
       MapTimeToSamples(s, r);
-      prev = &r;
+      recent[next] = &r;
+      recentTime[next] = time;
+      next = (next + 1) % kRecent;
       if (n == 0) continue;
       // Ranges on other threads mark the same samples: the marks are atomic, and made only
       // when the sample differs from the last one marked here.
@@ -311,26 +325,33 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
   // place instead, so that the topology survives from frame to frame.
   if (candidate_.GetSize() != n) candidate_.SetSize(n, false);
   std::atomic<int64_t> goneFaces{0};
-  ForRanges(words, grain, [&](size_t w0, size_t w1) {
-    int32_t lastA = -1;
-    const SampleBlock* block = nullptr;
-    int64_t gone = 0;
-    for (size_t w = w0; w < w1; ++w) {
-      uint64_t bits = 0;
-      const int end = std::min(n, int(w * 64 + 64));
-      for (int e = int(w * 64); e < end; ++e) {
-        const ElementFrameState& r = states[size_t(e)];
-        if (r.sampleA != lastA) lastA = r.sampleA, block = Block(r.sampleA);
-        const bool invisible = !block || !block->visible[size_t(e)];
-        if ((r.removed || !r.shown || (s.deleteInvisible && invisible)) && s.playbackIdle) {
-          bits |= uint64_t{1} << (e & 63);
-          gone += s.boxMode ? 12 : fs[e + 1] - fs[e];
+  if (s.playbackIdle) {
+    ForRanges(words, grain, [&](size_t w0, size_t w1) {
+      int32_t lastA = -1;
+      const uint8_t* visible = nullptr;
+      int64_t gone = 0;
+      for (size_t w = w0; w < w1; ++w) {
+        uint64_t bits = 0;
+        const int end = std::min(n, int(w * 64 + 64));
+        for (int e = int(w * 64); e < end; ++e) {
+          const ElementFrameState& r = states[size_t(e)];
+          if (r.sampleA != lastA) {
+            lastA = r.sampleA;
+            const SampleBlock* block = Block(r.sampleA);
+            visible = block ? block->visible.data() : nullptr;
+          }
+          const bool invisible = !visible || !visible[e];
+          const bool leaves = r.removed | !r.shown | (s.deleteInvisible & invisible);
+          bits |= uint64_t(leaves) << (e & 63);
+          gone += leaves ? (s.boxMode ? 12 : fs[e + 1] - fs[e]) : 0;
         }
+        candidate_.SetWord(w, bits);
       }
-      candidate_.SetWord(w, bits);
-    }
-    goneFaces.fetch_add(gone, std::memory_order_relaxed);
-  });
+      goneFaces.fetch_add(gone, std::memory_order_relaxed);
+    });
+  } else {
+    for (size_t w = 0; w < words; ++w) candidate_.SetWord(w, 0);
+  }
   const int64_t keptFaces = (s.boxMode ? int64_t(n) * 12 : totalFaces_) - goneFaces.load();
   if (keptFaces == 0) {
     out.FreeAll();
@@ -377,7 +398,17 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
     // A word's elements are gathered first and carried in one call, which keeps the vector
     // set-up and the choice of path out of the per-element work.
     kv::PointRun runs[64];
+    kv::Matrix3 made[64];  // for the elements that do not play a stored matrix as it is
     int ids[64];
+    // Blends wait for a batch (of one fraction), which the vector unit does four at a time.
+    const kv::AffineParts* blendA[64];
+    const kv::AffineParts* blendB[64];
+    kv::Matrix3* blendOut[64];
+    size_t blends = 0;
+    const auto flushBlends = [&] {
+      kv::BlendAffinePartsMany(blendA, blendB, blends, weights, blendOut);
+      blends = 0;
+    };
     for (size_t w = w0; w < w1; ++w) {
       uint64_t touched = 0;
       size_t count = 0;
@@ -395,15 +426,22 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
         }
         ids[count] = e;
         kv::PointRun& run = runs[count++];
-        run.m = tmA ? tmA[e] : kv::Matrix3();
+        static constexpr kv::Matrix3 kIdentity;
+        run.m = tmA ? &tmA[e] : &kIdentity;
         if (r.interpolate) {
           if (r.sampleA != lastPartsA) lastPartsA = r.sampleA, partsA = Parts(r.sampleA);
           if (r.sampleB != lastB) lastB = r.sampleB, partsB = Parts(r.sampleB);
-          if (std::bit_cast<uint32_t>(r.fraction) != std::bit_cast<uint32_t>(weights.f))
-            weights = kv::SlerpWeights(r.fraction);
-          if (partsA && partsB) run.m = kv::BlendAffineParts(partsA[e], partsB[e], weights);
+          if (partsA && partsB) {
+            if (std::bit_cast<uint32_t>(r.fraction) != std::bit_cast<uint32_t>(weights.f)) {
+              flushBlends();
+              weights = kv::SlerpWeights(r.fraction);
+            }
+            blendA[blends] = &partsA[e];
+            blendB[blends] = &partsB[e];
+            blendOut[blends++] = &made[count - 1];
+            run.m = &made[count - 1];
+          }
         }
-        if (scaled) run.m = run.m * s.unitScale;
         run.in = srcVerts + (s.boxMode ? e * 8 : vs[e]);
         run.out = outVerts + outVert[e];
         run.n = size_t(s.boxMode ? 8 : vs[e + 1] - vs[e]);
@@ -425,6 +463,13 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
           for (int32_t j = 0; j < nf; ++j) faces[j].Hide();
         touched |= uint64_t{1} << (e & 63);
       }
+      flushBlends();
+      if (scaled) {
+        for (size_t k = 0; k < count; ++k) {
+          made[k] = *runs[k].m * s.unitScale;
+          runs[k].m = &made[k];
+        }
+      }
       kv::TransformPointRuns(runs, count);
       if (normals) {
         for (size_t k = 0; k < count; ++k) {
@@ -434,7 +479,7 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
           const kv::Point3* ns = src.specNormals.data() + size_t(sf) * 3;
           kv::Point3* no = out.specNormals.data() + size_t(scratch.outFace[size_t(e)]) * 3;
           for (int32_t j = 0; j < nf * 3; ++j)
-            no[j] = runs[k].m.VectorTransform(ns[j]).Normalized();
+            no[j] = runs[k].m->VectorTransform(ns[j]).Normalized();
         }
       }
       scratch.touched.SetWord(w, touched);

@@ -44,7 +44,7 @@ constexpr size_t kFlushBytes = 1u << 20;
 
 // Each element's arrays are separate heap blocks: asking for the next ones early hides the
 // memory latency that otherwise dominates a pass over many small meshes.
-constexpr size_t kPrefetchAhead = 4;
+constexpr size_t kPrefetchAhead = 8;
 inline void Prefetch(const void* p, size_t bytes = 1) {
 #if defined(__GNUC__) || defined(__clang__)
   const char* c = static_cast<const char*>(p);
@@ -299,7 +299,6 @@ bool kvCacheWriter::WriteElements(int version, std::vector<uint8_t>& buf, uint64
     // Face records assembled straight in the buffer: the fixed 20 bytes, then the normals
     // (or the zeros standing for them).
     const size_t faceSize = FaceRecordSize(version);
-    const size_t tail = faceSize - kFaceFixedPart;
     uint8_t* rec = buf.data() + out.n;
     for (size_t f = 0; f < m.faces.size(); ++f, rec += faceSize) {
       const kv::Face& face = m.faces[f];
@@ -308,10 +307,13 @@ bool kvCacheWriter::WriteElements(int version, std::vector<uint8_t>& buf, uint64
       rec[6] = uint8_t(face.getEdgeVisBits());
       rec[7] = uint8_t(selBits > int(f) && m.faceSel[int(f)] ? 1 : 0);
       std::memcpy(rec + 8, face.v, 12);
-      if (HasNormalsByte(version) && normals)
-        std::memcpy(rec + kFaceFixedPart, &m.specNormals[f * 3], tail);
+      // Fixed sizes, so that each copy is a few moves instead of a call.
+      if (faceSize == kFaceSizeV1)
+        std::memset(rec + kFaceFixedPart, 0, kFaceSizeV1 - kFaceFixedPart);
+      else if (normals)
+        std::memcpy(rec + kFaceFixedPart, &m.specNormals[f * 3], kFaceSizeV2 - kFaceFixedPart);
       else
-        std::memset(rec + kFaceFixedPart, 0, tail);
+        std::memset(rec + kFaceFixedPart, 0, kFaceSizeV2 - kFaceFixedPart);
     }
     out.n += m.faces.size() * faceSize;
     written += m.verts.size() * kPointSize + m.faces.size() * FaceRecordSize(version);

@@ -2,7 +2,16 @@
 
 #include <algorithm>
 #include <array>
+#include <cfloat>
 #include <cmath>
+#include <cstddef>
+
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#define KV_BLEND_SSE 1
+#else
+#define KV_BLEND_SSE 0
+#endif
 
 namespace kv {
 
@@ -360,6 +369,134 @@ Matrix3 BlendAffineParts(const AffineParts& a, const AffineParts& b, const Slerp
   // Rigid motion keeps the stretch axes: equal ones need no slerp.
   p.u = a.u == b.u ? a.u : SlerpSeries(a.u, b.u, w);
   return ComposeAffine(p);
+}
+
+#if KV_BLEND_SSE
+namespace {
+
+static_assert(offsetof(AffineParts, t) == 0 && offsetof(AffineParts, q) == 12 &&
+                  offsetof(AffineParts, k) == 44 && offsetof(AffineParts, f) == 56,
+              "the parts are read as runs of floats");
+
+// Polynomial above, four values of x at once, in the same order of operations.
+inline __m128 Polynomial4(const float* c, __m128 x) {
+  const auto k = [c](int i) { return _mm_set1_ps(c[i]); };
+  const __m128 x2 = _mm_mul_ps(x, x), x4 = _mm_mul_ps(x2, x2);
+  const __m128 lo = _mm_add_ps(_mm_add_ps(k(0), _mm_mul_ps(k(1), x)),
+                               _mm_mul_ps(x2, _mm_add_ps(k(2), _mm_mul_ps(k(3), x))));
+  const __m128 hi = _mm_add_ps(_mm_add_ps(k(4), _mm_mul_ps(k(5), x)),
+                               _mm_mul_ps(x2, _mm_add_ps(k(6), _mm_mul_ps(k(7), x))));
+  return _mm_add_ps(lo, _mm_mul_ps(x4, _mm_add_ps(hi, _mm_mul_ps(x4, k(8)))));
+}
+
+// Four elements whose blends take the uniform-stretch path with the series slerp; returns a
+// mask of the lanes that do not (the caller blends those one by one).
+int Blend4(const AffineParts* const* a, const AffineParts* const* b, const SlerpWeights& w,
+           float (*out)[12]) {
+  const auto floats = [](const AffineParts* p, int offset) {
+    return _mm_loadu_ps(reinterpret_cast<const float*>(p) + offset);
+  };
+  // Translations (the fourth lane is q.x, unused) and quaternions, one coordinate a register.
+  __m128 atx = floats(a[0], 0), aty = floats(a[1], 0), atz = floats(a[2], 0), at3 = floats(a[3], 0);
+  _MM_TRANSPOSE4_PS(atx, aty, atz, at3);
+  __m128 btx = floats(b[0], 0), bty = floats(b[1], 0), btz = floats(b[2], 0), bt3 = floats(b[3], 0);
+  _MM_TRANSPOSE4_PS(btx, bty, btz, bt3);
+  __m128 ax = floats(a[0], 3), ay = floats(a[1], 3), az = floats(a[2], 3), aw = floats(a[3], 3);
+  _MM_TRANSPOSE4_PS(ax, ay, az, aw);
+  __m128 bx = floats(b[0], 3), by = floats(b[1], 3), bz = floats(b[2], 3), bw = floats(b[3], 3);
+  _MM_TRANSPOSE4_PS(bx, by, bz, bw);
+  const __m128 ak = _mm_setr_ps(a[0]->k.x, a[1]->k.x, a[2]->k.x, a[3]->k.x);
+  const __m128 bk = _mm_setr_ps(b[0]->k.x, b[1]->k.x, b[2]->k.x, b[3]->k.x);
+  const __m128 af = _mm_setr_ps(a[0]->f, a[1]->f, a[2]->f, a[3]->f);
+  const __m128 bf = _mm_setr_ps(b[0]->f, b[1]->f, b[2]->f, b[3]->f);
+  int other = 0;
+  for (int i = 0; i < 4; ++i)
+    if (!UniformStretch(*a[i]) || !UniformStretch(*b[i])) other |= 1 << i;
+
+  // SlerpSeries: c is b or -b, whichever is closer to a.
+  const __m128 d =
+      _mm_add_ps(_mm_add_ps(_mm_add_ps(_mm_mul_ps(bx, ax), _mm_mul_ps(by, ay)), _mm_mul_ps(bz, az)),
+                 _mm_mul_ps(bw, aw));
+  const __m128 flip = _mm_and_ps(_mm_cmplt_ps(d, _mm_setzero_ps()), _mm_set1_ps(-0.0f));
+  const __m128 cx = _mm_xor_ps(bx, flip), cy = _mm_xor_ps(by, flip), cz = _mm_xor_ps(bz, flip),
+               cw = _mm_xor_ps(bw, flip);
+  const __m128 one = _mm_set1_ps(1.0f);
+  const __m128 x = _mm_min_ps(
+      _mm_add_ps(_mm_add_ps(_mm_add_ps(_mm_mul_ps(ax, cx), _mm_mul_ps(ay, cy)), _mm_mul_ps(az, cz)),
+                 _mm_mul_ps(aw, cw)),
+      one);
+  other |= _mm_movemask_ps(_mm_cmpnge_ps(x, _mm_set1_ps(kSeriesMinCos)));
+  const __m128 xm = _mm_sub_ps(x, one);
+  const __m128 wa = Polynomial4(w.wa, xm), wb = Polynomial4(w.wb, xm);
+  const __m128 rx = _mm_add_ps(_mm_mul_ps(wa, ax), _mm_mul_ps(wb, cx));
+  const __m128 ry = _mm_add_ps(_mm_mul_ps(wa, ay), _mm_mul_ps(wb, cy));
+  const __m128 rz = _mm_add_ps(_mm_mul_ps(wa, az), _mm_mul_ps(wb, cz));
+  const __m128 rw = _mm_add_ps(_mm_mul_ps(wa, aw), _mm_mul_ps(wb, cw));
+  const __m128 n2 =
+      _mm_add_ps(_mm_add_ps(_mm_add_ps(_mm_mul_ps(rx, rx), _mm_mul_ps(ry, ry)), _mm_mul_ps(rz, rz)),
+                 _mm_mul_ps(rw, rw));
+  other |= _mm_movemask_ps(
+      _mm_or_ps(_mm_cmpngt_ps(n2, _mm_setzero_ps()), _mm_cmpnle_ps(n2, _mm_set1_ps(FLT_MAX))));
+  if (other == 0xF) return other;
+  const __m128 inv = _mm_div_ps(one, _mm_sqrt_ps(n2));
+  const __m128 qx = _mm_mul_ps(rx, inv), qy = _mm_mul_ps(ry, inv), qz = _mm_mul_ps(rz, inv),
+               qw = _mm_mul_ps(rw, inv);
+
+  // BlendAffineParts, uniform stretch.
+  const __m128 f = _mm_set1_ps(w.f), g = _mm_set1_ps(1 - w.f);
+  const __m128 tx = _mm_add_ps(_mm_mul_ps(atx, g), _mm_mul_ps(btx, f));
+  const __m128 ty = _mm_add_ps(_mm_mul_ps(aty, g), _mm_mul_ps(bty, f));
+  const __m128 tz = _mm_add_ps(_mm_mul_ps(atz, g), _mm_mul_ps(btz, f));
+  const __m128 s = _mm_mul_ps(_mm_add_ps(_mm_mul_ps(ak, g), _mm_mul_ps(bk, f)),
+                              _mm_add_ps(_mm_mul_ps(af, g), _mm_mul_ps(bf, f)));
+  const __m128 xx = _mm_mul_ps(qx, qx), yy = _mm_mul_ps(qy, qy), zz = _mm_mul_ps(qz, qz);
+  const __m128 xy = _mm_mul_ps(qx, qy), xz = _mm_mul_ps(qx, qz), yz = _mm_mul_ps(qy, qz);
+  const __m128 wx = _mm_mul_ps(qw, qx), wy = _mm_mul_ps(qw, qy), wz = _mm_mul_ps(qw, qz);
+  const __m128 s2 = _mm_mul_ps(_mm_set1_ps(2.0f), s);
+  __m128 m00 = _mm_sub_ps(s, _mm_mul_ps(s2, _mm_add_ps(yy, zz)));
+  __m128 m01 = _mm_mul_ps(s2, _mm_add_ps(xy, wz));
+  __m128 m02 = _mm_mul_ps(s2, _mm_sub_ps(xz, wy));
+  __m128 m10 = _mm_mul_ps(s2, _mm_sub_ps(xy, wz));
+  __m128 m11 = _mm_sub_ps(s, _mm_mul_ps(s2, _mm_add_ps(xx, zz)));
+  __m128 m12 = _mm_mul_ps(s2, _mm_add_ps(yz, wx));
+  __m128 m20 = _mm_mul_ps(s2, _mm_add_ps(xz, wy));
+  __m128 m21 = _mm_mul_ps(s2, _mm_sub_ps(yz, wx));
+  __m128 m22 = _mm_sub_ps(s, _mm_mul_ps(s2, _mm_add_ps(xx, yy)));
+  __m128 t0 = tx, t1 = ty, t2 = tz;
+  // Back to one matrix a lane: floats 0-3, 4-7 and 8-11 of each.
+  _MM_TRANSPOSE4_PS(m00, m01, m02, m10);
+  _MM_TRANSPOSE4_PS(m11, m12, m20, m21);
+  _MM_TRANSPOSE4_PS(m22, t0, t1, t2);
+  const __m128 rows[4][3] = {{m00, m11, m22}, {m01, m12, t0}, {m02, m20, t1}, {m10, m21, t2}};
+  for (int i = 0; i < 4; ++i)
+    for (int j = 0; j < 3; ++j) _mm_storeu_ps(out[i] + 4 * j, rows[i][j]);
+  return other;
+}
+
+}  // namespace
+#endif
+
+void BlendAffinePartsMany(const AffineParts* const* a, const AffineParts* const* b,
+                          std::size_t count, const SlerpWeights& w, Matrix3* const* out) {
+  std::size_t i = 0;
+#if KV_BLEND_SSE
+  for (; i < count; i += 4) {
+    // A last group of fewer than four repeats its last element in the spare lanes.
+    const AffineParts* pa[4];
+    const AffineParts* pb[4];
+    const std::size_t lanes = std::min<std::size_t>(4, count - i);
+    for (std::size_t l = 0; l < 4; ++l) {
+      pa[l] = a[i + std::min(l, lanes - 1)];
+      pb[l] = b[i + std::min(l, lanes - 1)];
+    }
+    float m[4][12];
+    const int other = Blend4(pa, pb, w, m);
+    for (std::size_t l = 0; l < lanes; ++l)
+      *out[i + l] =
+          other >> l & 1 ? BlendAffineParts(*pa[l], *pb[l], w) : Matrix3::FromFloats(m[l]);
+  }
+#endif
+  for (; i < count; ++i) *out[i] = BlendAffineParts(*a[i], *b[i], w);
 }
 
 }  // namespace kv

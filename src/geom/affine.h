@@ -1,6 +1,8 @@
 // Polar decomposition of an affine matrix into translation, rotation and stretch.
 #pragma once
 
+#include <cstddef>
+
 #include "geom/matrix3.h"
 #include "geom/quat.h"
 
@@ -47,6 +49,11 @@ struct SlerpWeights {
   explicit SlerpWeights(float fraction);
 };
 Matrix3 BlendAffineParts(const AffineParts& a, const AffineParts& b, const SlerpWeights& w);
+
+// BlendAffineParts(*a[i], *b[i], w) into *out[i] for i < count, bit for bit, four elements
+// at a time on the vector unit where it can (the same operations in the same order).
+void BlendAffinePartsMany(const AffineParts* const* a, const AffineParts* const* b,
+                          std::size_t count, const SlerpWeights& w, Matrix3* const* out);
 
 // Slerp from a to b (made closest to a) by t in [0, 1], without trigonometry when the two
 // are within about 106 degrees of rotation: the weights sin(t theta) / sin(theta) come from

@@ -151,8 +151,8 @@ KV_AVX_TARGET void RunsAvx(const PointRun* runs, std::size_t count) {
     const PointRun& r = runs[k];
     const float* src = reinterpret_cast<const float*>(r.in);
     float* dst = reinterpret_cast<float*>(r.out);
-    const std::size_t done = TransformAvx(r.m, src, dst, r.n);
-    if (done != r.n) TransformTail(r.m, src + 3 * done, dst + 3 * done, r.n - done);
+    const std::size_t done = TransformAvx(*r.m, src, dst, r.n);
+    if (done != r.n) TransformTail(*r.m, src + 3 * done, dst + 3 * done, r.n - done);
   }
 }
 #endif
@@ -160,7 +160,7 @@ KV_AVX_TARGET void RunsAvx(const PointRun* runs, std::size_t count) {
 void RunsPortable(const PointRun* runs, std::size_t count) {
   for (std::size_t k = 0; k < count; ++k) {
     const PointRun& r = runs[k];
-    TransformTail(r.m, reinterpret_cast<const float*>(r.in), reinterpret_cast<float*>(r.out), r.n);
+    TransformTail(*r.m, reinterpret_cast<const float*>(r.in), reinterpret_cast<float*>(r.out), r.n);
   }
 }
 
@@ -174,7 +174,7 @@ void TransformPointRuns(const PointRun* runs, std::size_t count) {
 }
 
 void TransformPoints(const Matrix3& m, const Point3* in, Point3* out, std::size_t n) {
-  const PointRun run{m, in, out, n};
+  const PointRun run{&m, in, out, n};
   TransformPointRuns(&run, 1);
 }
 

@@ -13,9 +13,10 @@ namespace kv {
 // ranges; they must not overlap.
 void TransformPoints(const Matrix3& m, const Point3* in, Point3* out, std::size_t n);
 
-// One element's vertices and the matrix that carries them.
+// One element's vertices and the matrix that carries them (pointed at, not copied: most
+// elements play a stored sample matrix as it is).
 struct PointRun {
-  Matrix3 m;
+  const Matrix3* m = nullptr;
   const Point3* in = nullptr;
   Point3* out = nullptr;
   std::size_t n = 0;

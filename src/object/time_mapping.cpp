@@ -59,37 +59,38 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
   r.outORT = r.reverse ? p.inORT : p.outORT;
   distance.clear();
 
-  for (ElementPlayback& e : elements) {
-    e.time = global;
+  // One pass sets every element's time from the triggers and keeps it for the delay rule.
+  const int64_t tpf = scene.ticksPerFrame;
+  const float start = p.StartTicks(scene);
+  const int64_t base = r.reverse ? cache.LastSample() : 0;
+  const float untriggered = static_cast<float>(base * tpf);
+  if (!groups.empty()) scratch.afterTriggers.resize(elements.size());
+  float* afterTriggers = groups.empty() ? nullptr : scratch.afterTriggers.data();
+  for (size_t i = 0; i < elements.size(); ++i) {
+    ElementPlayback& e = elements[i];
     e.matId = e.matId2 = -1;
     e.hasMatId = e.hasMatId2 = false;
     e.removed = false;
-  }
-
-  const int64_t tpf = scene.ticksPerFrame;
-  const float start = p.StartTicks(scene);
-  if (triggersActive) {
-    const int64_t base = r.reverse ? cache.LastSample() : 0;
-    for (ElementPlayback& e : elements) {
+    float time = global;
+    if (triggersActive) {
       if (!e.triggered) {
-        e.time = static_cast<float>(base * tpf);
+        time = untriggered;
       } else if (e.triggerTime <= t) {
         if (!p.useGraph) {
           const float since = static_cast<float>(e.triggerTime) - start;
-          e.time = r.reverse ? since + global : global - since;
+          time = r.reverse ? since + global : global - since;
         }
       } else {
         // Not yet due: a time before the first (or past the last) sample, so the range rules
         // decide what it shows while it waits.
-        e.time = static_cast<float>(r.reverse ? (base + 1) * tpf - t + e.triggerTime
-                                              : (base - 1) * tpf - e.triggerTime + t);
+        time = static_cast<float>(r.reverse ? (base + 1) * tpf - t + e.triggerTime
+                                            : (base - 1) * tpf - e.triggerTime + t);
       }
     }
+    e.time = time;
+    if (afterTriggers) afterTriggers[i] = time;
   }
   if (groups.empty()) return r;
-
-  scratch.afterTriggers.resize(elements.size());
-  for (size_t i = 0; i < elements.size(); ++i) scratch.afterTriggers[i] = elements[i].time;
 
   const float rateRatio =
       static_cast<float>(scene.frameRate) / static_cast<float>(std::max(cache.fps, 1));
@@ -103,13 +104,20 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
     const float frameTicks = g.frame * tpff * rateRatio;
     const float limit = g.deleteDistance * g.deleteDistance;
     const bool useCurrentAge = g.trigger || !triggersActive;
-    for (const int32_t idx : g.elements) {
-      if (idx < 0 || idx >= count) continue;
-      ElementPlayback& e = elements[idx];
-      if (e.removed) continue;
-      if (triggersActive && g.trigger && (!e.triggered || e.triggerTime > t)) continue;
-      switch (g.mode) {
-        case kModeDelete:
+    const bool waitForTrigger = triggersActive && g.trigger;
+    // The rule's mode is chosen once, outside the loop over its elements.
+    auto each = [&](auto&& apply) {
+      for (const int32_t idx : g.elements) {
+        if (idx < 0 || idx >= count) continue;
+        ElementPlayback& e = elements[idx];
+        if (e.removed) continue;
+        if (waitForTrigger && (!e.triggered || e.triggerTime > t)) continue;
+        apply(e, idx);
+      }
+    };
+    switch (g.mode) {
+      case kModeDelete:
+        each([&](ElementPlayback& e, int32_t idx) {
           if (g.deleteByAge) {
             float age = useCurrentAge ? e.time : global;
             if (r.reverse) age = length - age;
@@ -118,27 +126,30 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
             if (g.deleteAge == 0.0f || age >= ageTicks) e.removed = true;
           }
           if (g.deleteByDistance && !e.removed) distance.push_back({idx, limit});
-          break;
-        case kModeHoldIn:
-          e.time = 0.0f;
-          break;
-        case kModeHoldOut:
-          e.time = length;
-          break;
-        case kModeDelay:
-          e.time = r.reverse ? scratch.afterTriggers[idx] + delayTicks
-                             : scratch.afterTriggers[idx] - delayTicks;
-          break;
-        case kModeSetFrame:
-          e.time = frameTicks;
-          break;
-        case kModeSetMatId:
+        });
+        break;
+      case kModeHoldIn:
+        each([](ElementPlayback& e, int32_t) { e.time = 0.0f; });
+        break;
+      case kModeHoldOut:
+        each([length](ElementPlayback& e, int32_t) { e.time = length; });
+        break;
+      case kModeDelay:
+        each([&](ElementPlayback& e, int32_t idx) {
+          e.time = r.reverse ? afterTriggers[idx] + delayTicks : afterTriggers[idx] - delayTicks;
+        });
+        break;
+      case kModeSetFrame:
+        each([frameTicks](ElementPlayback& e, int32_t) { e.time = frameTicks; });
+        break;
+      case kModeSetMatId:
+        each([&g](ElementPlayback& e, int32_t) {
           e.matId = g.matIndex;
           e.hasMatId = g.matIndex >= 0;
-          break;
-        default:
-          break;
-      }
+        });
+        break;
+      default:
+        break;
     }
   }
   return r;

@@ -2,9 +2,12 @@
 // the matrices, and the series slerp against the trigonometric one.
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <numbers>
 #include <random>
+#include <vector>
 
 #include "geom/affine.h"
 
@@ -100,6 +103,54 @@ TEST(BlendAffineParts, SharedWeightsEqualFreshOnes) {
     const AffineParts pb = DecompAffine(MakeTransform(rnd, Kind::Stretched, base, 0.3f));
     EXPECT_EQ(BlendAffineParts(pa, pb, w), BlendAffineParts(pa, pb, 0.37f));
     EXPECT_EQ(BlendAffineParts(pa, pa, w), BlendAffineParts(pa, pa, 0.37f));
+  }
+}
+
+TEST(BlendAffineParts, ManyAtOnceEqualOneByOneBitForBit) {
+  // Batches mix every kind of motion, steps that leave the series, a sign flip between the
+  // samples, equal samples and degenerate parts, in every batch length through three groups of
+  // four, so each lane falls back on its own and the spare lanes of a last group are ignored.
+  Random rnd;
+  const Kind kinds[] = {Kind::Rigid, Kind::Uniform, Kind::Mirrored, Kind::Stretched};
+  const float steps[] = {0.01f, 0.5f, 1.8f, 3.1f};
+  std::vector<AffineParts> pa, pb;
+  for (int i = 0; i < 64; ++i) {
+    const Matrix3 base = rnd.Rotation(kPi);
+    const Kind ka = i % 5 == 0 ? kinds[(i / 5) % 4] : Kind::Rigid;
+    const Kind kb = i % 3 == 0 ? kinds[(i / 3) % 4] : ka;
+    const Matrix3 a = MakeTransform(rnd, ka, base, 0);
+    pa.push_back(DecompAffine(a));
+    pb.push_back(i % 7 == 0 ? pa.back() : DecompAffine(MakeTransform(rnd, kb, base, steps[i % 4])));
+    if (i % 11 == 0) pb.back().q = -pb.back().q;
+  }
+  pa[9].q = {0, 0, 0, 0};  // no rotation left to normalise: the lane gives the first parts
+  pb[9].q = {0, 0, 0, 0};
+  pa[10].k = {0, 0, 0};  // a collapsed element
+  pb[10].k = {0, 0, 0};
+  for (float f : {0.0f, 0.25f, rnd.Uniform(0, 1), 0.9999f}) {
+    const SlerpWeights w(f);
+    for (size_t count = 0; count <= 13; ++count)
+      for (size_t first = 0; first + count <= pa.size(); first += 13) {
+        std::vector<const AffineParts*> a, b;
+        std::vector<Matrix3> got(count + 1, ScaleMatrix({7, 7, 7}));
+        std::vector<Matrix3*> out;
+        for (size_t i = 0; i < count; ++i) {
+          a.push_back(&pa[first + i]);
+          b.push_back(&pb[first + i]);
+          out.push_back(&got[i]);
+        }
+        BlendAffinePartsMany(a.data(), b.data(), count, w, out.data());
+        for (size_t i = 0; i < count; ++i) {
+          const Matrix3 want = BlendAffineParts(*a[i], *b[i], w);
+          float g[12], e[12];
+          got[i].ToFloats(g);
+          want.ToFloats(e);
+          for (int c = 0; c < 12; ++c)
+            ASSERT_EQ(std::bit_cast<uint32_t>(g[c]), std::bit_cast<uint32_t>(e[c]))
+                << "element " << first + i << " of " << count << " float " << c << " f " << f;
+        }
+        EXPECT_EQ(got[count], ScaleMatrix({7, 7, 7})) << "written past the batch";
+      }
   }
 }
 

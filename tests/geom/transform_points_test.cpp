@@ -45,11 +45,14 @@ TEST(TransformPoints, RunsGiveTheResultsOfOneCallEachAndStayInTheirOwnRanges) {
   const Point3 guard{-1, 2, -3};
   std::vector<Point3> out(total + lengths.size() + 1, guard);
   std::vector<PointRun> runs;
+  std::vector<Matrix3> matrices;
+  matrices.reserve(lengths.size());
   size_t from = 0, to = 1;
   for (size_t n : lengths) {
-    const Matrix3 m({u(gen), u(gen), u(gen)}, {u(gen), u(gen), u(gen)}, {u(gen), u(gen), u(gen)},
-                    {u(gen), u(gen), u(gen)});
-    runs.push_back({m, in.data() + from, out.data() + to, n});
+    const Matrix3& m =
+        matrices.emplace_back(Matrix3({u(gen), u(gen), u(gen)}, {u(gen), u(gen), u(gen)},
+                                      {u(gen), u(gen), u(gen)}, {u(gen), u(gen), u(gen)}));
+    runs.push_back({&m, in.data() + from, out.data() + to, n});
     from += n;
     to += n + 1;
   }
@@ -58,11 +61,11 @@ TEST(TransformPoints, RunsGiveTheResultsOfOneCallEachAndStayInTheirOwnRanges) {
   EXPECT_EQ(out.front(), guard);
   for (const PointRun& r : runs) {
     std::vector<Point3> alone(r.n);
-    TransformPoints(r.m, r.in, alone.data(), r.n);
+    TransformPoints(*r.m, r.in, alone.data(), r.n);
     for (size_t i = 0; i < r.n; ++i) {
       // Bit for bit: a frame must not depend on how its elements were grouped.
       ASSERT_EQ(r.out[i], alone[i]) << r.n << " " << i;
-      const Point3 want = r.m.PointTransform(r.in[i]);
+      const Point3 want = r.m->PointTransform(r.in[i]);
       for (int c = 0; c < 3; ++c) ASSERT_NEAR(r.out[i][c], want[c], 1e-3f) << r.n << " " << i;
     }
     EXPECT_EQ(r.out[r.n], guard) << r.n;
