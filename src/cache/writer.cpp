@@ -40,7 +40,7 @@ std::string BaseName(const std::string& path) {
   return name;
 }
 
-constexpr size_t kFlushBytes = 1u << 20;
+constexpr size_t kFlushBytes = 4u << 20;
 
 // Each element's arrays are separate heap blocks: asking for the next ones early hides the
 // memory latency that otherwise dominates a pass over many small meshes.
