@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
+#include <memory>
 #include <string>
 
 #include "res/strings.h"
@@ -50,17 +52,17 @@ Flat Flatten(ControlKind kind, const ControlValue& x) {
   return f;
 }
 
-float Distance2(ControlKind kind, const Flat& a, const Flat& b) {
+// Squared distance of two values given as `width` floats each (see Flatten).
+float Distance2(ControlKind kind, const float* a, const float* b, int width) {
   if (kind == ControlKind::Rotation) {
     // The angle of the rotation that takes a to b, from the chord between the two unit
     // quaternions: |a - b| = 2 sin(angle / 4), and |a + b| for the other sign, so the shorter
     // way is the smaller chord. Equal rotations give exactly 0, and small angles keep their
     // precision (the cosine of a dot product would round them away).
-    auto unit = [](const Flat& q, float out[4]) {
-      const float l =
-          std::sqrt(q.v[0] * q.v[0] + q.v[1] * q.v[1] + q.v[2] * q.v[2] + q.v[3] * q.v[3]);
+    auto unit = [](const float* q, float out[4]) {
+      const float l = std::sqrt(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
       const float inv = l > 0 ? 1.0f / l : 0.0f;
-      for (int i = 0; i < 4; ++i) out[i] = q.v[i] * inv;
+      for (int i = 0; i < 4; ++i) out[i] = q[i] * inv;
     };
     float p[4], q[4];
     unit(a, p);
@@ -75,8 +77,31 @@ float Distance2(ControlKind kind, const Flat& a, const Flat& b) {
     return angle * angle;
   }
   float d = 0;
-  for (int i = 0; i < 4; ++i) d += (a.v[i] - b.v[i]) * (a.v[i] - b.v[i]);
+  for (int i = 0; i < width; ++i) d += (a[i] - b[i]) * (a[i] - b[i]);
   return d;
+}
+
+// The floats of a value that reduction compares.
+int Width(ControlKind kind) {
+  switch (kind) {
+    case ControlKind::Float:
+      return 1;
+    case ControlKind::Point2:
+      return 2;
+    case ControlKind::Point3:
+    case ControlKind::Position:
+    case ControlKind::Scale:
+      return 3;
+    case ControlKind::Point4:
+    case ControlKind::Rotation:
+      return 4;
+    default:
+      return 0;
+  }
+}
+
+float Distance2(ControlKind kind, const Flat& a, const Flat& b) {
+  return Distance2(kind, a.v, b.v, Width(kind));
 }
 
 // How far one key shapes the curve: deleting key i changes the track only between the keys
@@ -92,6 +117,109 @@ int KeyReach(const host::Control& c) {
       return 2;
   }
   return 0;
+}
+
+// Tells whether samples lie beyond the threshold from the reference samples, deciding
+// exactly as Distance2 > threshold² does. For rotations the reference quaternions are made
+// unit once, and the angle's arcsine is taken only near the threshold: the angle grows with
+// the squared chord at least as fast, relatively, as the chord itself, so a chord clearly
+// inside or outside the threshold's chord decides the same as the angle.
+class Comparer {
+ public:
+  Comparer(ControlKind kind, int width, float threshold, const std::vector<float>& ref)
+      : kind_(kind), w_(static_cast<size_t>(width)), limit_(threshold * threshold), ref_(ref) {
+    if (kind_ != ControlKind::Rotation) return;
+    for (size_t j = 0; j + 4 <= ref_.size(); j += 4) Unit(&ref.data()[j], &ref_[j]);
+    if (limit_ > 1e-20f && threshold < 3.0f) {
+      const double chord = 2.0 * std::sin(double(threshold) / 4.0);
+      below_ = static_cast<float>(chord * chord * (1.0 - 1e-4));
+      above_ = static_cast<float>(chord * chord * (1.0 + 1e-4));
+    }
+  }
+
+  // Whether any of the `count` samples `b` differs too much from the reference from sample
+  // `from` on.
+  bool AnyBeyond(size_t from, const float* b, size_t count) const {
+    const float* a = ref_.data() + from * w_;
+    if (kind_ == ControlKind::Rotation) {
+      for (size_t j = 0; j < count; ++j, a += 4, b += 4)
+        if (RotationBeyond(a, b)) return true;
+      return false;
+    }
+    for (size_t j = 0; j < count; ++j, a += w_, b += w_)
+      if (Distance2(kind_, a, b, static_cast<int>(w_)) > limit_) return true;
+    return false;
+  }
+
+ private:
+  static void Unit(const float* q, float* out) {
+    const float l = std::sqrt(q[0] * q[0] + q[1] * q[1] + q[2] * q[2] + q[3] * q[3]);
+    const float inv = l > 0 ? 1.0f / l : 0.0f;
+    for (int i = 0; i < 4; ++i) out[i] = q[i] * inv;
+  }
+  // `p`: a unit reference quaternion. The same arithmetic as Distance2.
+  bool RotationBeyond(const float* p, const float* b) const {
+    float q[4];
+    Unit(b, q);
+    float minus = 0, plus = 0;
+    for (int i = 0; i < 4; ++i) {
+      minus += (p[i] - q[i]) * (p[i] - q[i]);
+      plus += (p[i] + q[i]) * (p[i] + q[i]);
+    }
+    const float m = std::min(minus, plus);
+    if (m < below_) return false;
+    if (m > above_) return true;
+    const float angle = 4.0f * std::asin(std::min(1.0f, std::sqrt(m) * 0.5f));
+    return angle * angle > limit_;
+  }
+
+  ControlKind kind_;
+  size_t w_;
+  float limit_;
+  std::vector<float> ref_;
+  // Squared chords below which a rotation is surely within the threshold and above which it
+  // is surely beyond; between them the angle decides.
+  float below_ = -1, above_ = std::numeric_limits<float>::infinity();
+};
+
+// Reduction on the host's private copy of the keys (see ReduceControllerKeys): a tried
+// deletion samples only the window through the sampler, and only the deletions that stay
+// are made on the working clone.
+int ReduceSampled(host::Hold& hold, host::Control& c, host::TrackSampler& s, int first, int last,
+                  int reach, const std::vector<TimeValue>& times, float threshold) {
+  const size_t w = static_cast<size_t>(s.Width());
+  std::vector<float> now(times.size() * w);
+  s.Sample(now.data());
+  const Comparer compare(c.Kind(), s.Width(), threshold, now);
+
+  hold.Suspend();
+  const std::unique_ptr<host::Control> work = c.Clone();
+  int removed = 0;
+  for (int i = last; work && i >= first; --i) {
+    const int n = s.NumKeys();
+    // The samples from the key `reach` before up to the key `reach` after: the curve beyond
+    // them does not depend on key i.
+    size_t lo = 0, hi = times.size();
+    if (i - reach >= 0)
+      lo = static_cast<size_t>(std::lower_bound(times.begin(), times.end(), s.KeyTime(i - reach)) -
+                               times.begin());
+    if (i + reach < n)
+      hi = static_cast<size_t>(std::lower_bound(times.begin(), times.end(), s.KeyTime(i + reach)) -
+                               times.begin());
+    bool keep = false;
+    if (lo < hi) {
+      s.SampleWithout(i, lo, hi, now.data());
+      keep = compare.AnyBeyond(lo, now.data(), hi - lo);
+    }
+    if (!keep) {
+      s.DeleteKey(i);
+      work->DeleteKey(i);
+      ++removed;
+    }
+  }
+  hold.Resume();
+  if (removed > 0) c.CopyFrom(*work);
+  return removed;
 }
 
 }  // namespace
@@ -133,9 +261,18 @@ int ReduceControllerKeys(host::Hold& hold, host::Control& c, const Interval& ran
   std::vector<TimeValue> keys;
   c.GetKeyTimes(range, keys);
   if (keys.empty()) return 0;
+  const std::vector<TimeValue> times = ReduceSampleTimes(range, step);
+
+  // The keys within the range are contiguous: tried from the last index down to the first.
+  const int reach = KeyReach(c);
+  const int first = c.GetKeyIndex(keys.front()), last = c.GetKeyIndex(keys.back());
+  if (reach >= 1 && reach <= 2 && first >= 0 && last >= first) {
+    const std::unique_ptr<host::TrackSampler> s = c.MakeSampler(times);
+    if (s && s->Width() == Width(kind) && s->NumKeys() == c.NumKeys())
+      return ReduceSampled(hold, c, *s, first, last, reach, times, threshold);
+  }
 
   const float limit = threshold * threshold;
-  const std::vector<TimeValue> times = ReduceSampleTimes(range, step);
   std::vector<Flat> ref(times.size());
   for (size_t j = 0; j < times.size(); ++j) ref[j] = Flatten(kind, c.GetValue(times[j]));
 
@@ -148,7 +285,6 @@ int ReduceControllerKeys(host::Hold& hold, host::Control& c, const Interval& ran
   const Interval always(kTimeNegInfinity, kTimePosInfinity);
   int removed = 0;
   if (work) {
-    const int reach = KeyReach(*work);
     for (auto it = keys.rbegin(); it != keys.rend(); ++it) {
       const TimeValue kt = *it;
       const int i = work->GetKeyIndex(kt);

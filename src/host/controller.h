@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <span>
 #include <variant>
 #include <vector>
 
@@ -31,6 +32,29 @@ using ControlValue = std::variant<float, Point2, Point3, Point4, Quat, ScaleValu
 class TrackClip {
  public:
   virtual ~TrackClip() = default;
+};
+
+// A private copy of a keyframe track's keys that samples the track's curve itself at a fixed
+// set of times, for work that deletes keys and re-samples the curve many times (key
+// reduction): no virtual call, no copy of the track and no undo record per sample, and what
+// stays the same between looks is worked out once. A sample is the value's components as
+// floats, Width() of them: 1 for floats, 2, 3 and 4 for points, x y z w for rotations, and
+// for scales the three factors only (the stretch axes are not sampled). Samples equal the
+// controller's own GetValue on the same keys to the last bit.
+class TrackSampler {
+ public:
+  virtual ~TrackSampler() = default;
+  virtual int Width() const = 0;
+  virtual int NumKeys() const = 0;
+  virtual TimeValue KeyTime(int i) const = 0;
+  // The curve at every sampling time, Width() floats each into `out`.
+  virtual void Sample(float* out) = 0;
+  // The curve as it would be without key i (which stays) at the sampling times [from, to),
+  // into `out` from its start. Those times must lie where deleting key i can change the
+  // curve: from the key two before it up to, not including, the key two after it (from or
+  // to the track's end where there is no such key).
+  virtual void SampleWithout(int i, size_t from, size_t to, float* out) = 0;
+  virtual void DeleteKey(int i) = 0;
 };
 
 class Control {
@@ -79,6 +103,13 @@ class Control {
   virtual bool PasteTrack(const TrackClip& clip, const Interval& range) {
     (void)clip, (void)range;
     return false;
+  }
+
+  // A sampler holding a copy of this track's keys, sampling at `times` (ascending); null when
+  // the controller has none to give (callers then work on the controller itself).
+  virtual std::unique_ptr<TrackSampler> MakeSampler(std::span<const TimeValue> times) const {
+    (void)times;
+    return nullptr;
   }
 
   // Interpolation of a keyframe controller (Linear for anything else).

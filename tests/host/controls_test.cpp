@@ -1,10 +1,14 @@
-// Controller values against hand-computed curves, key operations and track clips.
+// Controller values against hand-computed curves, key operations, track clips and the
+// reduction sampler.
 #include "host/standalone/controls.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <numbers>
+#include <random>
+#include <vector>
 
 namespace kv::standalone {
 namespace {
@@ -191,6 +195,102 @@ TEST(Controls, DefaultsOfEachKind) {
   m->SetValue(0, Matrix3(), true);
   m->SetValue(100, TransMatrix({10, 0, 0}), true);
   EXPECT_NEAR(m->GetMatrix(50).GetTrans().x, 5.f, 1e-5f);
+}
+
+// The floats a sampler gives for a controller value: every component, a scale's factors only.
+std::vector<float> Components(const host::ControlValue& v) {
+  if (const float* f = std::get_if<float>(&v)) return {*f};
+  if (const Point2* p = std::get_if<Point2>(&v)) return {p->x, p->y};
+  if (const Point3* p = std::get_if<Point3>(&v)) return {p->x, p->y, p->z};
+  if (const Point4* p = std::get_if<Point4>(&v)) return {p->x, p->y, p->z, p->w};
+  if (const Quat* q = std::get_if<Quat>(&v)) return {q->x, q->y, q->z, q->w};
+  if (const host::ScaleValue* s = std::get_if<host::ScaleValue>(&v))
+    return {s->s.x, s->s.y, s->s.z};
+  return {};
+}
+
+bool SameBits(const std::vector<float>& a, const float* b) {
+  return std::memcmp(a.data(), b, a.size() * sizeof(float)) == 0;
+}
+
+TEST(Controls, SamplerGivesTheControllersValuesBitForBit) {
+  // Reduction decides on the sampler's values what the controller would give: any drift,
+  // even in the last bit, can keep or drop a different key.
+  std::mt19937 rng(5);
+  std::uniform_real_distribution<float> u(-1, 1);
+  std::uniform_int_distribution<int> gap(1, 90);
+  const ControlKind kinds[] = {ControlKind::Float,  ControlKind::Point2,   ControlKind::Position,
+                               ControlKind::Point4, ControlKind::Rotation, ControlKind::Scale};
+  for (ControlKind kind : kinds) {
+    for (Interp ip : {Interp::Step, Interp::Linear, Interp::Bezier, Interp::TCB}) {
+      for (int keys : {1, 2, 3, 9}) {
+        auto c = MakeControl(kind, ip, nullptr);
+        TimeValue t = 0;
+        for (int k = 0; k < keys; ++k, t += gap(rng)) {
+          const Point3 p{u(rng), u(rng), u(rng)};
+          switch (kind) {
+            case ControlKind::Float:
+              c->SetValue(t, p.x, true);
+              break;
+            case ControlKind::Point2:
+              c->SetValue(t, Point2{p.x, p.y}, true);
+              break;
+            case ControlKind::Point4:
+              c->SetValue(t, Point4{p.x, p.y, p.z, u(rng)}, true);
+              break;
+            case ControlKind::Rotation:
+              c->SetValue(t, Quat(AngAxis{p.Normalized(), 3 * u(rng)}), true);
+              break;
+            case ControlKind::Scale:
+              c->SetValue(t, host::ScaleValue{p, Quat(AngAxis{{0, 0, 1}, u(rng)})}, true);
+              break;
+            default:
+              c->SetValue(t, p, true);
+              break;
+          }
+          if (ip == Interp::TCB) c->SetKeyTCB(k, u(rng) * 0.5f, u(rng) * 0.5f, u(rng) * 0.5f);
+        }
+        if (ip == Interp::Bezier && keys == 9 && kind != ControlKind::Scale)
+          SetKeyTangents(*c, 4, c->GetValue(2), c->GetValue(3));  // explicit on one key
+        std::vector<TimeValue> times;
+        for (TimeValue s = -20; s < t + 20; s += 7) times.push_back(s);
+        const auto sampler = c->MakeSampler(times);
+        ASSERT_TRUE(sampler);
+        const size_t w = size_t(sampler->Width());
+        ASSERT_EQ(Components(c->GetValue(0)).size(), w);
+        std::vector<float> got(times.size() * w);
+        sampler->Sample(got.data());
+        for (size_t j = 0; j < times.size(); ++j)
+          ASSERT_TRUE(SameBits(Components(c->GetValue(times[j])), &got[j * w])) << times[j];
+
+        // Without each key in turn, over the window it may change, then for good.
+        for (int i = keys - 1; i >= 0; --i) {
+          auto without = c->Clone();
+          without->DeleteKey(i);
+          const int n = c->NumKeys();
+          const TimeValue from = i >= 2 ? c->GetKeyTime(i - 2) : kTimeNegInfinity;
+          const TimeValue to = i + 2 < n ? c->GetKeyTime(i + 2) : kTimePosInfinity;
+          size_t lo = 0, hi = 0;
+          while (lo < times.size() && times[lo] < from) ++lo;
+          for (hi = lo; hi < times.size() && times[hi] < to;) ++hi;
+          sampler->SampleWithout(i, lo, hi, got.data());
+          for (size_t j = lo; j < hi; ++j)
+            ASSERT_TRUE(SameBits(Components(without->GetValue(times[j])), &got[(j - lo) * w]))
+                << "without " << i << " at " << times[j];
+          if (i % 2 == 0) {
+            sampler->DeleteKey(i);
+            c->DeleteKey(i);
+            ASSERT_EQ(sampler->NumKeys(), c->NumKeys());
+          }
+        }
+        sampler->Sample(got.data());
+        for (size_t j = 0; j < times.size(); ++j)
+          ASSERT_TRUE(SameBits(Components(c->GetValue(times[j])), &got[j * w])) << times[j];
+      }
+    }
+  }
+  EXPECT_EQ(MakeControl(ControlKind::Matrix, nullptr)->MakeSampler({}), nullptr);
+  EXPECT_EQ(MakeControl(ControlKind::PRS, nullptr)->MakeSampler({}), nullptr);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <span>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -46,17 +47,32 @@ Quat QExp(const Point3& v) {
   return {u.x, u.y, u.z, std::cos(a)};
 }
 
-// Slerp without choosing the shorter arc: squad needs its inner arcs as they are.
-Quat SlerpRaw(const Quat& a, const Quat& b, float s) {
-  float d = a.Dot(b);
-  d = std::clamp(d, -1.0f, 1.0f);
+// Slerp without choosing the shorter arc: squad needs its inner arcs as they are. The arc's
+// angle is kept apart from the blend, so that a segment sampled many times measures it once.
+struct Arc {
+  Quat a, b;
+  float th = 0, sinTh = 0;
+};
+
+Arc MakeArc(const Quat& a, const Quat& b) {
+  const float d = std::clamp(a.Dot(b), -1.0f, 1.0f);
   const float th = std::acos(d);
+  return {a, b, th, std::sin(th)};
+}
+
+Quat Along(const Arc& c, float s) {
   float wa = 1 - s, wb = s;
-  if (std::sin(th) > 1e-6f) {
-    wa = std::sin((1 - s) * th) / std::sin(th);
-    wb = std::sin(s * th) / std::sin(th);
+  if (c.sinTh > 1e-6f) {
+    wa = std::sin((1 - s) * c.th) / c.sinTh;
+    wb = std::sin(s * c.th) / c.sinTh;
   }
+  const Quat& a = c.a;
+  const Quat& b = c.b;
   return Unit({a.x * wa + b.x * wb, a.y * wa + b.y * wb, a.z * wa + b.z * wb, a.w * wa + b.w * wb});
+}
+
+Quat SlerpRaw(const Quat& a, const Quat& b, float s) {
+  return Along(MakeArc(a, b), s);
 }
 
 Quat ClosestTo(const Quat& q, const Quat& to) {
@@ -102,12 +118,11 @@ V TcbIn(const V& g1, const V& g2, float T, float C, float B, float n0, float n1)
   return d * (2 * n0 / (n0 + n1));
 }
 
-// The Hermite tangents of the segment from key i to key i+1 of a Bezier or TCB track, in
-// value per segment: m0 leaving key i, m1 arriving at key i+1.
+// The Hermite tangents of the segment from key i to key i+1 of a Bezier or TCB track of n
+// keys, in value per segment: m0 leaving key i, m1 arriving at key i+1.
 template <class T, class Get, class V>
-void SegmentTangents(const std::vector<Key<T>>& k, Interp ip, size_t i, Get get, V& m0, V& m1) {
+void SegmentTangents(const Key<T>* k, size_t n, Interp ip, size_t i, Get get, V& m0, V& m1) {
   const V p0 = get(k[i].v), p1 = get(k[i + 1].v);
-  const size_t n = k.size();
   const float seg = static_cast<float>(k[i + 1].t - k[i].t);
   if (ip == Interp::Bezier) {
     // Smooth tangents per tick, scaled to this segment.
@@ -129,26 +144,56 @@ void SegmentTangents(const std::vector<Key<T>>& k, Interp ip, size_t i, Get get,
   }
 }
 
-// Interpolates the vector part `get` of keys i and i+1 at fraction s.
+// A segment between two keys with everything that depends only on the keys worked out, so
+// that evaluating it is only the blend. Every evaluation goes through these, which keeps a
+// segment sampled once and one sampled many times equal to the last bit.
+template <class V>
+struct VecSegment {
+  Interp ip = Interp::Step;
+  V p0{}, m0{}, p1{}, m1{};
+};
+
+// The vector part `get` of keys i and i+1 of n keys.
 template <class T, class Get>
-auto EvalVec(const std::vector<Key<T>>& k, Interp ip, size_t i, float s, Get get) {
+auto MakeVecSegment(const Key<T>* k, size_t n, Interp ip, size_t i, Get get) {
   using V = decltype(get(k[0].v));
-  const V p0 = get(k[i].v), p1 = get(k[i + 1].v);
-  if (ip == Interp::Step) return p0;
-  if (ip == Interp::Linear) return p0 + (p1 - p0) * s;
-  V m0, m1;
-  SegmentTangents(k, ip, i, get, m0, m1);
-  return HermiteV(p0, m0, p1, m1, s);
+  VecSegment<V> g;
+  g.ip = ip;
+  g.p0 = get(k[i].v);
+  g.p1 = get(k[i + 1].v);
+  if (ip == Interp::Bezier || ip == Interp::TCB) SegmentTangents(k, n, ip, i, get, g.m0, g.m1);
+  return g;
 }
 
-// The rotation part `get` of keys i and i+1 at fraction s.
+template <class V>
+V EvalSegment(const VecSegment<V>& g, float s) {
+  if (g.ip == Interp::Step) return g.p0;
+  if (g.ip == Interp::Linear) return g.p0 + (g.p1 - g.p0) * s;
+  return HermiteV(g.p0, g.m0, g.p1, g.m1, s);
+}
+
+struct RotSegment {
+  enum class Form { Hold, Slerp, Cubic, Squad } form = Form::Hold;
+  Quat q1;
+  Arc outer, inner;  // Slerp: outer; Squad: both
+  // Cubic: the two keys and their explicit tangents, and the segment's length in ticks.
+  Quat p, q, mo, mi;
+  float seg = 0;
+};
+
+// The rotation part `get` of keys i and i+1 of n keys.
 template <class T, class Get>
-Quat EvalRot(const std::vector<Key<T>>& k, Interp ip, size_t i, float s, Get get) {
-  const size_t n = k.size();
+RotSegment MakeRotSegment(const Key<T>* k, size_t n, Interp ip, size_t i, Get get) {
+  RotSegment r;
   const Quat q1 = Unit(get(k[i].v));
-  if (ip == Interp::Step) return q1;
+  r.q1 = q1;
+  if (ip == Interp::Step) return r;
   const Quat q2 = ClosestTo(Unit(get(k[i + 1].v)), q1);
-  if (ip == Interp::Linear) return SlerpRaw(q1, q2, s);
+  if (ip == Interp::Linear) {
+    r.form = RotSegment::Form::Slerp;
+    r.outer = MakeArc(q1, q2);
+    return r;
+  }
   const bool tcb = ip == Interp::TCB;
   const Key<T>& a = k[i];
   const Key<T>& b = k[i + 1];
@@ -156,15 +201,10 @@ Quat EvalRot(const std::vector<Key<T>>& k, Interp ip, size_t i, float s, Get get
   if (!tcb && a.hasTan && b.hasTan) {
     // Explicit tangents: component-wise Hermite, then back onto the unit sphere (the cubic
     // spline of interchange formats).
-    const Quat p = get(a.v), q = get(b.v), mo = get(a.outTan), mi = get(b.inTan);
-    const float s2 = s * s, s3 = s2 * s;
-    const float h00 = 2 * s3 - 3 * s2 + 1, h10 = (s3 - 2 * s2 + s) * seg;
-    const float h01 = -2 * s3 + 3 * s2, h11 = (s3 - s2) * seg;
-    auto h = [&](float p0, float m0, float p1, float m1) {
-      return h00 * p0 + h10 * m0 + h01 * p1 + h11 * m1;
-    };
-    return Unit({h(p.x, mo.x, q.x, mi.x), h(p.y, mo.y, q.y, mi.y), h(p.z, mo.z, q.z, mi.z),
-                 h(p.w, mo.w, q.w, mi.w)});
+    r.form = RotSegment::Form::Cubic;
+    r.p = get(a.v), r.q = get(b.v), r.mo = get(a.outTan), r.mi = get(b.inTan);
+    r.seg = seg;
+    return r;
   }
   const Point3 g12 = QLog(Ham(q1.Conjugate(), q2));
   // Outgoing tangent at q1 and the inner point after it.
@@ -185,29 +225,68 @@ Quat EvalRot(const std::vector<Key<T>>& k, Interp ip, size_t i, float s, Get get
   }
   const Quat ai = Ham(q1, QExp((out - g12) * 0.5f));
   const Quat bi = Ham(q2, QExp((g12 - in) * 0.5f));
-  return SlerpRaw(SlerpRaw(q1, q2, s), SlerpRaw(ai, bi, s), 2 * s * (1 - s));
+  r.form = RotSegment::Form::Squad;
+  r.outer = MakeArc(q1, q2);
+  r.inner = MakeArc(ai, bi);
+  return r;
 }
 
-// Per value type: how the track interpolates between keys i and i+1.
+// `outerAtS`: Along(r.outer, s), which depends on the segment's two keys only.
+Quat EvalSegment(const RotSegment& r, float s, const Quat& outerAtS) {
+  switch (r.form) {
+    case RotSegment::Form::Hold:
+      return r.q1;
+    case RotSegment::Form::Slerp:
+      return outerAtS;
+    case RotSegment::Form::Cubic: {
+      const float s2 = s * s, s3 = s2 * s;
+      const float h00 = 2 * s3 - 3 * s2 + 1, h10 = (s3 - 2 * s2 + s) * r.seg;
+      const float h01 = -2 * s3 + 3 * s2, h11 = (s3 - s2) * r.seg;
+      auto h = [&](float p0, float m0, float p1, float m1) {
+        return h00 * p0 + h10 * m0 + h01 * p1 + h11 * m1;
+      };
+      const Quat &p = r.p, &q = r.q, &mo = r.mo, &mi = r.mi;
+      return Unit({h(p.x, mo.x, q.x, mi.x), h(p.y, mo.y, q.y, mi.y), h(p.z, mo.z, q.z, mi.z),
+                   h(p.w, mo.w, q.w, mi.w)});
+    }
+    case RotSegment::Form::Squad:
+      break;
+  }
+  return SlerpRaw(outerAtS, Along(r.inner, s), 2 * s * (1 - s));
+}
+
+Quat EvalSegment(const RotSegment& r, float s) {
+  const bool arc = r.form == RotSegment::Form::Slerp || r.form == RotSegment::Form::Squad;
+  return EvalSegment(r, s, arc ? Along(r.outer, s) : Quat{});
+}
+
+// Per value type: the part of a value that a segment interpolates as one piece, and how a
+// whole value is put together from its parts.
 template <class T>
-T Interpolate(const std::vector<Key<T>>& k, Interp ip, size_t i, float s) {
-  return EvalVec(k, ip, i, s, [](const T& v) { return v; });
+T Interpolate(const Key<T>* k, size_t n, Interp ip, size_t i, float s) {
+  return EvalSegment(MakeVecSegment(k, n, ip, i, [](const T& v) { return v; }), s);
 }
 template <>
-Quat Interpolate(const std::vector<Key<Quat>>& k, Interp ip, size_t i, float s) {
-  return EvalRot(k, ip, i, s, [](const Quat& v) { return v; });
+Quat Interpolate(const Key<Quat>* k, size_t n, Interp ip, size_t i, float s) {
+  return EvalSegment(MakeRotSegment(k, n, ip, i, [](const Quat& v) { return v; }), s);
 }
 template <>
-ScaleValue Interpolate(const std::vector<Key<ScaleValue>>& k, Interp ip, size_t i, float s) {
+ScaleValue Interpolate(const Key<ScaleValue>* k, size_t n, Interp ip, size_t i, float s) {
   ScaleValue r;
-  r.s = EvalVec(k, ip, i, s, [](const ScaleValue& v) { return v.s; });
-  r.q = EvalRot(k, ip, i, s, [](const ScaleValue& v) { return v.q; });
+  r.s = EvalSegment(MakeVecSegment(k, n, ip, i, [](const ScaleValue& v) { return v.s; }), s);
+  r.q = EvalSegment(MakeRotSegment(k, n, ip, i, [](const ScaleValue& v) { return v.q; }), s);
   return r;
 }
 template <>
-Matrix3 Interpolate(const std::vector<Key<Matrix3>>& k, Interp ip, size_t i, float s) {
+Matrix3 Interpolate(const Key<Matrix3>* k, size_t, Interp ip, size_t i, float s) {
   if (ip == Interp::Step) return k[i].v;
   return BlendTransforms(k[i].v, k[i + 1].v, s);
+}
+
+// The fraction of segment i at t.
+template <class T>
+float SegmentFraction(const Key<T>* k, size_t i, TimeValue t) {
+  return static_cast<float>(static_cast<double>(t - k[i].t) / (k[i + 1].t - k[i].t));
 }
 
 template <class T>
@@ -219,8 +298,61 @@ T Evaluate(const TrackData<T>& d, TimeValue t) {
   const auto it = std::upper_bound(k.begin(), k.end(), t,
                                    [](TimeValue x, const Key<T>& key) { return x < key.t; });
   const size_t i = static_cast<size_t>(it - k.begin()) - 1;
-  const float s = static_cast<float>(static_cast<double>(t - k[i].t) / (k[i + 1].t - k[i].t));
-  return Interpolate(k, d.interp, i, s);
+  return Interpolate(k.data(), k.size(), d.interp, i, SegmentFraction(k.data(), i, t));
+}
+
+// ---- sampling for key reduction
+
+// What a track sampler gives of a value: its components as floats, a scale's factors only.
+template <class T>
+struct Sampled;
+template <>
+struct Sampled<float> {
+  static constexpr int kWidth = 1;
+  static float Part(const float& v) { return v; }
+  static void Put(float v, float* out) { out[0] = v; }
+};
+template <>
+struct Sampled<Point2> {
+  static constexpr int kWidth = 2;
+  static Point2 Part(const Point2& v) { return v; }
+  static void Put(const Point2& v, float* out) { out[0] = v.x, out[1] = v.y; }
+};
+template <>
+struct Sampled<Point3> {
+  static constexpr int kWidth = 3;
+  static Point3 Part(const Point3& v) { return v; }
+  static void Put(const Point3& v, float* out) { out[0] = v.x, out[1] = v.y, out[2] = v.z; }
+};
+template <>
+struct Sampled<Point4> {
+  static constexpr int kWidth = 4;
+  static Point4 Part(const Point4& v) { return v; }
+  static void Put(const Point4& v, float* out) {
+    out[0] = v.x, out[1] = v.y, out[2] = v.z, out[3] = v.w;
+  }
+};
+template <>
+struct Sampled<Quat> {
+  static constexpr int kWidth = 4;
+  static Quat Part(const Quat& v) { return v; }
+  static void Put(const Quat& v, float* out) {
+    out[0] = v.x, out[1] = v.y, out[2] = v.z, out[3] = v.w;
+  }
+};
+template <>
+struct Sampled<ScaleValue> {
+  static constexpr int kWidth = 3;
+  static Point3 Part(const ScaleValue& v) { return v.s; }
+  static void Put(const Point3& v, float* out) { out[0] = v.x, out[1] = v.y, out[2] = v.z; }
+};
+
+template <class T, class Get>
+auto MakeSampledSegment(const Key<T>* k, size_t n, Interp ip, size_t i, Get get) {
+  if constexpr (std::is_same_v<T, Quat>)
+    return MakeRotSegment(k, n, ip, i, get);
+  else
+    return MakeVecSegment(k, n, ip, i, get);
 }
 
 // Snapshot of a whole track for undo; the track data is shared so that a record outlives a
@@ -251,6 +383,104 @@ class TrackRestore final : public host::RestoreObj {
 template <class T>
 struct KeyClip final : host::TrackClip {
   std::vector<Key<T>> keys;
+};
+
+// A point of a segment's outer arc remembered for one sampling time: the arc depends only on
+// the segment's two keys, so it stays valid while those two keys are the segment's ends.
+struct ArcPoint {
+  TimeValue a = 0, b = -1;  // the segment's key times; b < a: nothing remembered
+  Quat q;
+};
+
+// Samples the keys k[0..n) at `times` (ascending) as Evaluate would, where `front` and `back`
+// say whether those keys begin and end the track: beyond an end that is not the track's, the
+// times must not reach. Each segment is worked out once, however many times fall in it.
+// `arcs`, one per time or null, remembers rotation segments' outer arcs between calls.
+template <class T>
+void SampleKeys(const Key<T>* k, size_t n, bool front, bool back, Interp ip,
+                std::span<const TimeValue> times, float* out, ArcPoint* arcs) {
+  using S = Sampled<T>;
+  auto get = [](const T& v) { return S::Part(v); };
+  decltype(MakeSampledSegment(k, n, ip, 0, get)) seg{};
+  size_t i = 0, made = n;  // segment i; `made`: the one in `seg`
+  for (size_t j = 0; j < times.size(); ++j, out += S::kWidth) {
+    const TimeValue t = times[j];
+    if (n < 2 || (front && t <= k[0].t)) {
+      S::Put(S::Part(k[0].v), out);
+      continue;
+    }
+    if (back && t >= k[n - 1].t) {
+      S::Put(S::Part(k[n - 1].v), out);
+      continue;
+    }
+    while (i + 2 < n && k[i + 1].t <= t) ++i;
+    if (made != i) seg = MakeSampledSegment(k, n, ip, i, get), made = i;
+    const float s = SegmentFraction(k, i, t);
+    if constexpr (std::is_same_v<T, Quat>) {
+      if (arcs && (seg.form == RotSegment::Form::Slerp || seg.form == RotSegment::Form::Squad)) {
+        ArcPoint& p = arcs[j];
+        if (p.a != k[i].t || p.b != k[i + 1].t) p = {k[i].t, k[i + 1].t, Along(seg.outer, s)};
+        S::Put(EvalSegment(seg, s, p.q), out);
+        continue;
+      }
+    }
+    S::Put(EvalSegment(seg, s), out);
+  }
+}
+
+// Key reduction's private copy of a track: the same keys and the same evaluation as the
+// controller, with a key left out of a small copy of its neighbourhood for one look.
+template <class T>
+class KeySampler final : public host::TrackSampler {
+ public:
+  KeySampler(const TrackData<T>& d, std::span<const TimeValue> times)
+      : keys_(d.keys), constant_(d.constant), ip_(d.interp), times_(times.begin(), times.end()) {
+    near_.reserve(6);
+    if constexpr (std::is_same_v<T, Quat>) arcs_.resize(times_.size());
+  }
+  int Width() const override { return Sampled<T>::kWidth; }
+  int NumKeys() const override { return static_cast<int>(keys_.size()); }
+  TimeValue KeyTime(int i) const override { return keys_[static_cast<size_t>(i)].t; }
+  void Sample(float* out) override {
+    if (keys_.empty()) return Fill(Sampled<T>::Part(constant_), times_.size(), out);
+    SampleKeys(keys_.data(), keys_.size(), true, true, ip_, std::span<const TimeValue>(times_), out,
+               Arcs());
+  }
+  void SampleWithout(int key, size_t from, size_t to, float* out) override {
+    to = std::min(to, times_.size());
+    if (from >= to) return;
+    const size_t n = keys_.size(), i = static_cast<size_t>(key);
+    // The last key left becomes the track's constant value.
+    if (n == 1) return Fill(Sampled<T>::Part(keys_[0].v), to - from, out);
+    // The times allowed lie in segments that reach at most three keys away.
+    const size_t a = i >= 3 ? i - 3 : 0, b = std::min(n, i + 4);
+    near_.assign(keys_.begin() + static_cast<ptrdiff_t>(a),
+                 keys_.begin() + static_cast<ptrdiff_t>(i));
+    near_.insert(near_.end(), keys_.begin() + static_cast<ptrdiff_t>(i + 1),
+                 keys_.begin() + static_cast<ptrdiff_t>(b));
+    ArcPoint* arcs = Arcs();
+    SampleKeys(near_.data(), near_.size(), a == 0, b == n, ip_,
+               std::span<const TimeValue>(times_.data() + from, to - from), out,
+               arcs ? arcs + from : nullptr);
+  }
+  void DeleteKey(int i) override {
+    if (keys_.size() == 1) constant_ = keys_[0].v;
+    keys_.erase(keys_.begin() + i);
+  }
+
+ private:
+  template <class P>
+  static void Fill(const P& v, size_t count, float* out) {
+    for (size_t j = 0; j < count; ++j, out += Sampled<T>::kWidth) Sampled<T>::Put(v, out);
+  }
+  ArcPoint* Arcs() { return arcs_.empty() ? nullptr : arcs_.data(); }
+
+  std::vector<Key<T>> keys_;
+  T constant_;
+  Interp ip_;
+  std::vector<TimeValue> times_;
+  std::vector<Key<T>> near_;    // the neighbourhood of the key left out
+  std::vector<ArcPoint> arcs_;  // rotations: per time, the outer arc's point last used
 };
 
 // Owned by every controller the host makes, so that SetInterp and SaveControl can reach the
@@ -360,6 +590,13 @@ class KeyControl final : public KeyControlBase {
     return true;
   }
 
+  std::unique_ptr<host::TrackSampler> MakeSampler(std::span<const TimeValue> times) const override {
+    if constexpr (std::is_same_v<T, Matrix3>)
+      return nullptr;
+    else
+      return std::make_unique<KeySampler<T>>(*d_, times);
+  }
+
   Interp GetInterp() const override { return d_->interp; }
   bool GetKeyTCB(int i, float& tension, float& continuity, float& bias) const override {
     if (!InRange(i)) return false;
@@ -403,11 +640,11 @@ class KeyControl final : public KeyControlBase {
       V m0{}, m1{};
       inS = V{}, outS = V{};
       if (i > 0) {
-        SegmentTangents(k, d_->interp, i - 1, get, m0, m1);
+        SegmentTangents(k.data(), k.size(), d_->interp, i - 1, get, m0, m1);
         inS = m1 * (1.0f / static_cast<float>(k[i].t - k[i - 1].t));
       }
       if (i + 1 < k.size()) {
-        SegmentTangents(k, d_->interp, i, get, m0, m1);
+        SegmentTangents(k.data(), k.size(), d_->interp, i, get, m0, m1);
         outS = m0 * (1.0f / static_cast<float>(k[i + 1].t - k[i].t));
       }
     };
