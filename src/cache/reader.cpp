@@ -164,6 +164,7 @@ void kvCacheReader::Release() {
   mapOffset_.clear();
   combined_.FreeAll();
   combinedBox_.FreeAll();
+  boxesBuilt_ = false;
   elementMeshes_.clear();
   elementBoxes_.clear();
   blocks_.clear();
@@ -441,7 +442,6 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
     if (total == 0 && uncarriedFaces) map.verts.resize(1);
   }
 
-  BuildCombinedBoxes();
   elementMeshes_.resize(elements_.size());
   elementBoxes_.resize(elements_.size());
   blocks_.resize(size_t(h.numSamples));
@@ -449,7 +449,9 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
   return true;
 }
 
-void kvCacheReader::BuildCombinedBoxes() {
+const kv::Mesh& kvCacheReader::CombinedBoxMesh() const {
+  if (boxesBuilt_) return combinedBox_;
+  boxesBuilt_ = true;
   const size_t n = elements_.size();
   ReserveLarge(combinedBox_.verts, n * 8);
   ReserveLarge(combinedBox_.faces, n * 12);
@@ -459,6 +461,7 @@ void kvCacheReader::BuildCombinedBoxes() {
     WriteBox(el.bounds, el.matIds.empty() ? 0 : el.matIds[0], Grow(combinedBox_.verts, 8),
              Grow(combinedBox_.faces, 12), uint32_t(e * 8));
   }
+  return combinedBox_;
 }
 
 void kvCacheReader::LoadMaterialLibrary() {

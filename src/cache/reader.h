@@ -90,9 +90,10 @@ class kvCacheReader : public kvCacheBase {
   bool AnyNormals() const { return anyNormals_; }
 
   // All elements concatenated in element order, and their bounds boxes (8 vertices and 12
-  // faces each).
+  // faces each). The boxes are built on first use: most caches never play as boxes, and
+  // building them would cost every open a tenth of its memory traffic.
   const kv::Mesh& CombinedMesh() const { return combined_; }
-  const kv::Mesh& CombinedBoxMesh() const { return combinedBox_; }
+  const kv::Mesh& CombinedBoxMesh() const;
   // One element's own mesh and box, built on first use and kept for the life of the index.
   const kv::Mesh& ElementMesh(int i) const;
   const kv::Mesh& ElementBoxMesh(int i) const;
@@ -152,7 +153,6 @@ class kvCacheReader : public kvCacheBase {
   };
 
   bool ReadIndex(uint64_t fileSize);
-  void BuildCombinedBoxes();
   void LoadMaterialLibrary();
   const SampleBlock* Block(int32_t s) const;
   const kv::AffineParts* Parts(int32_t s) const;
@@ -189,7 +189,8 @@ class kvCacheReader : public kvCacheBase {
   // mapOffset_[ch][e]: element e's first map vertex in the combined channel ch (-1 absent).
   std::vector<std::vector<int32_t>> mapOffset_;
   kv::Mesh combined_;
-  kv::Mesh combinedBox_;
+  mutable kv::Mesh combinedBox_;
+  mutable bool boxesBuilt_ = false;
   mutable std::vector<std::unique_ptr<kv::Mesh>> elementMeshes_;
   mutable std::vector<std::unique_ptr<kv::Mesh>> elementBoxes_;
   std::unique_ptr<kv::host::MtlLib> mtlLib_;

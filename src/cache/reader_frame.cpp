@@ -237,7 +237,7 @@ kv::Matrix3 kvCacheReader::ElementTransform(int e, const ElementFrameState& r) c
 
 void kvCacheReader::RebuildTopology(kv::Mesh& out, const FrameSettings& s,
                                     FrameScratch& scratch) const {
-  const kv::Mesh& src = s.boxMode ? combinedBox_ : combined_;
+  const kv::Mesh& src = s.boxMode ? CombinedBoxMesh() : combined_;
   const size_t n = elements_.size();
   scratch.outVert.resize(n);
   scratch.outFace.resize(n);
@@ -360,7 +360,7 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
     return true;
   }
 
-  const kv::Mesh& src = s.boxMode ? combinedBox_ : combined_;
+  const kv::Mesh& src = s.boxMode ? CombinedBoxMesh() : combined_;
   const bool keep = !newlyOpened && scratch.readerGeneration == generation_ &&
                     scratch.boxMode == s.boxMode && scratch.removed.GetSize() == n &&
                     scratch.removed == candidate_ && out.numFaces() == keptFaces &&
