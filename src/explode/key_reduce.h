@@ -10,7 +10,8 @@
 // for step and linear keys, by the interpolation the controller reports), and the curve was
 // within the threshold everywhere before the deletion, so only the samples in that window are
 // compared: the same decisions as comparing every sample, at a cost that does not grow with
-// the length of the track.
+// the length of the track. Where the controller offers a sampler of its keys, the tries run on
+// that private copy and only the deletions that stay touch the working clone.
 #pragma once
 
 #include <functional>
