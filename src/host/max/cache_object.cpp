@@ -379,12 +379,13 @@ void MaxCacheObject::ReferenceGizmo() {
 
 RefTargetHandle MaxCacheObject::GetReference(int i) {
   if (i == kvCache_obj::kRefGizmo) return gizmoRef_;
-  return i == kvCache_obj::kRefParams ? SimpleObject2::GetReference(i) : nullptr;
+  return i == kvCache_obj::kRefParams ? pblock2 : nullptr;
 }
 
 void MaxCacheObject::SetReference(int i, RefTargetHandle rtarg) {
   if (i != kvCache_obj::kRefGizmo) {
-    if (i == kvCache_obj::kRefParams) SimpleObject2::SetReference(i, rtarg);
+    // Reference 0 is the base's parameter block, set as the base sets it.
+    if (i == kvCache_obj::kRefParams) pblock2 = static_cast<IParamBlock2*>(rtarg);
     return;
   }
   ::Control* previous = gizmoRef_;
