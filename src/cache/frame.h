@@ -62,8 +62,10 @@ bool MapTimeToSamples(int32_t step, int32_t numSamples, const FrameSettings& s,
 struct FrameScratch {
   uint64_t readerGeneration = 0;  // which open of which reader built the topology; 0 none
   bool boxMode = false;
-  kv::BitArray removed;          // elements left out of the mesh
-  kv::BitArray touched;          // elements whose faces were hidden or re-labelled
+  kv::BitArray removed;  // elements left out of the mesh
+  // Per element, what its faces carry over the stored ones (FaceLook): 0 for nothing. A face
+  // is written only when this changes, so a steady tag costs nothing per frame.
+  std::vector<uint32_t> faceLook;
   std::vector<int32_t> outVert;  // first vertex of each element in the output mesh
   std::vector<int32_t> outFace;  // first face of each element in the output mesh
   // Per sample, what this frame wants of it: kWantSample, and kWantParts when an element

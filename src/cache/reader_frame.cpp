@@ -12,6 +12,18 @@
 
 namespace KelvaneTools {
 
+namespace {
+
+// What a frame puts on an element's faces over the stored flags, as one word: a material id
+// (high half) when kLookMat is set, and hiding. 0 leaves the faces as stored.
+constexpr uint32_t kLookMat = 1, kLookHide = 2;
+uint32_t FaceLook(int32_t mat, bool hide) {
+  const uint32_t m = mat >= 0 ? kLookMat | uint32_t{kv::MtlID(mat)} << 16 : 0;
+  return m | (hide ? kLookHide : 0);
+}
+
+}  // namespace
+
 template <class F>
 void kvCacheReader::ForRanges(size_t n, size_t grain, F&& fn) const {
   if (host_)
@@ -289,7 +301,7 @@ void kvCacheReader::RebuildTopology(kv::Mesh& out, const FrameSettings& s,
   }
   scratch.boxMode = s.boxMode;
   scratch.readerGeneration = generation_;
-  scratch.touched.SetSize(int(n), false);
+  scratch.faceLook.assign(n, 0);
 }
 
 bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states,
@@ -368,15 +380,6 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
   if (!keep) {
     scratch.removed = candidate_;
     RebuildTopology(out, s, scratch);
-  } else {
-    // Undo last frame's hiding and re-labelling before applying this frame's.
-    scratch.touched.ForEachSet([&](int e) {
-      const int32_t sf = s.boxMode ? e * 12 : elements_[size_t(e)].faceOffset;
-      const int32_t nf = s.boxMode ? 12 : elements_[size_t(e)].numFaces;
-      const int32_t of = scratch.outFace[size_t(e)];
-      for (int32_t j = 0; j < nf; ++j)
-        out.faces[size_t(of + j)].flags = src.faces[size_t(sf + j)].flags;
-    });
   }
 
   const bool normals = out.hasSpecNormals();
@@ -410,7 +413,6 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
       blends = 0;
     };
     for (size_t w = w0; w < w1; ++w) {
-      uint64_t touched = 0;
       size_t count = 0;
       const int begin = int(w * 64);
       const int end = std::min(n, begin + 64);
@@ -448,20 +450,26 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
 
         const bool invisible = !visibleA || !visibleA[e];
         const bool gone = r.removed || !r.shown || (s.deleteInvisible && invisible);
-        if (!(gone && !s.playbackIdle) && !(invisible && invisibleTouches) && r.matIdOverride < 0)
-          continue;
-        const bool kept = !s.deleteInvisible && invisible;
-        const bool hide = (gone && !s.playbackIdle) || (kept && s.hideInvisible);
-        const bool relabel = kept && relabelKept;
+        uint32_t look = 0;
+        if ((gone && !s.playbackIdle) || (invisible && invisibleTouches) || r.matIdOverride >= 0) {
+          const bool kept = !s.deleteInvisible && invisible;
+          const bool hide = (gone && !s.playbackIdle) || (kept && s.hideInvisible);
+          const int32_t mat = kept && relabelKept ? s.hiddenMatId : r.matIdOverride;
+          look = FaceLook(mat, hide);
+        }
+        uint32_t& had = scratch.faceLook[size_t(e)];
+        if (look == had) continue;
+        // The faces go back to what is stored before this frame's look goes on.
+        const int32_t sf = s.boxMode ? e * 12 : fs[e];
         const int32_t nf = s.boxMode ? 12 : fs[e + 1] - fs[e];
+        const kv::Face* stored = src.faces.data() + sf;
         kv::Face* faces = out.faces.data() + scratch.outFace[size_t(e)];
-        if (r.matIdOverride >= 0)
-          for (int32_t j = 0; j < nf; ++j) faces[j].setMatID(kv::MtlID(r.matIdOverride));
-        if (relabel)
-          for (int32_t j = 0; j < nf; ++j) faces[j].setMatID(kv::MtlID(s.hiddenMatId));
-        if (hide)
+        for (int32_t j = 0; j < nf; ++j) faces[j].flags = stored[j].flags;
+        if (look & kLookMat)
+          for (int32_t j = 0; j < nf; ++j) faces[j].setMatID(kv::MtlID(look >> 16));
+        if (look & kLookHide)
           for (int32_t j = 0; j < nf; ++j) faces[j].Hide();
-        touched |= uint64_t{1} << (e & 63);
+        had = look;
       }
       flushBlends();
       if (scaled) {
@@ -482,7 +490,6 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
             no[j] = runs[k].m->VectorTransform(ns[j]).Normalized();
         }
       }
-      scratch.touched.SetWord(w, touched);
     }
   });
   if (keep)

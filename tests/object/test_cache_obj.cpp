@@ -14,10 +14,12 @@
 
 #include "cache/reader.h"
 #include "cache/registry.h"
+#include "groups/group_ops.h"
 #include "host/standalone/scene.h"
 #include "host/standalone/scene_file.h"
 #include "object/cache_obj.h"
 #include "object/object_io.h"
+#include "object/time_mapping.h"
 
 namespace kv {
 namespace {
@@ -613,6 +615,51 @@ TEST_F(CacheObjTest, AdoptedGizmoIsTheOneUsedSavedAndReactedTo) {
   ASSERT_NE(fresh, nullptr);
   EXPECT_EQ(fresh->GetMatrix(0).GetTrans(), (Point3{0, 0, 0}));
   EXPECT_FLOAT_EQ(fresh->GetMatrix(0).GetRow(0).x, 1.0f);
+}
+
+// A tagging group's material id stays on its faces from frame to frame, and follows every
+// change of the tag or of the group's elements, and their undo, on a mesh that keeps its
+// topology throughout.
+TEST_F(CacheObjTest, TaggedFacesFollowTagAndGroupChangesAndUndo) {
+  auto o = Make(Standard());
+  ASSERT_TRUE(AddGroup(*o, "Tag", false, false));
+  ASSERT_TRUE(SetGroupElements(*o, "Tag", std::vector<int32_t>{0, 2}));
+  ASSERT_TRUE(SetGroupMode(*o, "Tag", kModeSetMatId));
+  ASSERT_TRUE(SetGroupMatIndex(*o, "Tag", 4));
+  TimeValue t = 0;
+  // One face per element, in element order; none hidden.
+  const auto ids = [&] {
+    o->BuildMesh(t);
+    t += 160;
+    std::vector<int> got;
+    for (const Face& f : o->GetMesh().faces) got.push_back(f.Hidden() ? -1 : f.getMatID());
+    return got;
+  };
+  EXPECT_EQ(ids(), (std::vector<int>{4, 0, 4}));
+  EXPECT_EQ(ids(), (std::vector<int>{4, 0, 4}));  // the next frame keeps the tag
+
+  ASSERT_TRUE(SetGroupMatIndex(*o, "Tag", 6));
+  EXPECT_EQ(ids(), (std::vector<int>{6, 0, 6}));
+  ASSERT_TRUE(scene.Undo());
+  EXPECT_EQ(ids(), (std::vector<int>{4, 0, 4}));
+  ASSERT_TRUE(scene.Redo());
+  EXPECT_EQ(ids(), (std::vector<int>{6, 0, 6}));
+
+  ASSERT_TRUE(SetGroupElements(*o, "Tag", std::vector<int32_t>{1}));
+  EXPECT_EQ(ids(), (std::vector<int>{0, 6, 0}));  // untagged faces get their own id back
+  ASSERT_TRUE(scene.Undo());
+  EXPECT_EQ(ids(), (std::vector<int>{6, 0, 6}));
+
+  // A group switched off, or removed, leaves every face as stored; undo tags them again.
+  ASSERT_TRUE(SetGroupEnabled(*o, "Tag", false));
+  EXPECT_EQ(ids(), (std::vector<int>{0, 0, 0}));
+  ASSERT_TRUE(scene.Undo());
+  EXPECT_EQ(ids(), (std::vector<int>{6, 0, 6}));
+  ASSERT_TRUE(DeleteGroup(*o, "Tag"));
+  EXPECT_EQ(ids(), (std::vector<int>{0, 0, 0}));
+  ASSERT_TRUE(scene.Undo());
+  EXPECT_EQ(ids(), (std::vector<int>{6, 0, 6}));
+  EXPECT_EQ(o->GetMesh().numFaces(), 3);
 }
 
 TEST_F(CacheObjTest, SelectionUndoRedoAndHeldMark) {
