@@ -472,19 +472,13 @@ void kvCache_obj::ComputePlaybackState(TimeValue t, kvCacheReader& reader, bool 
   }
 
   state_.pass = ComputeElementTimes(t, p, scene, cache, state_.triggersActive, state_.rules,
-                                    state_.elements, state_.distance, state_.passScratch);
+                                    state_.elements, state_.distance, state_.passScratch,
+                                    std::span<ElementFrameState>(state_.frame));
 
   FrameSettings s = EvalSettings(forRender);
   s.inOrt = state_.pass.inORT;
   s.outOrt = state_.pass.outORT;
   s.reverse = state_.pass.reverse;
-  for (int i = 0; i < n; ++i) {
-    const ElementPlayback& e = state_.elements[i];
-    ElementFrameState& f = state_.frame[i];
-    f.time = e.time;
-    f.removed = e.removed;
-    f.matIdOverride = e.hasMatId ? e.matId : -1;
-  }
 
   if (!state_.distance.empty()) {
     reader.LoadSamplesForElements(state_.frame, s, state_.scratch);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "cache/frame.h"
+
 namespace kv {
 
 int SubSteps(int stepsIndex) {
@@ -46,11 +48,27 @@ float GlobalCacheTime(TimeValue t, const PlaybackSettings& p, const SceneTiming&
   return result;
 }
 
-PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
-                               const CacheTiming& cache, bool triggersActive,
-                               std::span<const GroupRule> groups,
-                               std::span<ElementPlayback> elements,
-                               std::vector<DistanceCheck>& distance, PassScratch& scratch) {
+namespace {
+
+// Where the pass hands on an element's final values; called again whenever a rule changes them.
+struct NoFrames {
+  void operator()(size_t, const ElementPlayback&) const {}
+};
+struct ToFrames {
+  KelvaneTools::ElementFrameState* frames;
+  void operator()(size_t i, const ElementPlayback& e) const {
+    KelvaneTools::ElementFrameState& f = frames[i];
+    f.time = e.time;
+    f.removed = e.removed;
+    f.matIdOverride = e.hasMatId ? e.matId : -1;
+  }
+};
+
+template <class Out>
+PassResult ElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
+                        const CacheTiming& cache, bool triggersActive,
+                        std::span<const GroupRule> groups, std::span<ElementPlayback> elements,
+                        std::vector<DistanceCheck>& distance, PassScratch& scratch, Out out) {
   PassResult r;
   const float global = GlobalCacheTime(t, p, scene, cache);
   r.globalTime = global;
@@ -89,6 +107,7 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
     }
     e.time = time;
     if (afterTriggers) afterTriggers[i] = time;
+    out(i, e);
   }
   if (groups.empty()) return r;
 
@@ -113,6 +132,7 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
         if (e.removed) continue;
         if (waitForTrigger && (!e.triggered || e.triggerTime > t)) continue;
         apply(e, idx);
+        out(size_t(idx), e);
       }
     };
     switch (g.mode) {
@@ -153,6 +173,30 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
     }
   }
   return r;
+}
+
+}  // namespace
+
+PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
+                               const CacheTiming& cache, bool triggersActive,
+                               std::span<const GroupRule> groups,
+                               std::span<ElementPlayback> elements,
+                               std::vector<DistanceCheck>& distance, PassScratch& scratch) {
+  return ElementTimes(t, p, scene, cache, triggersActive, groups, elements, distance, scratch,
+                      NoFrames{});
+}
+
+PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
+                               const CacheTiming& cache, bool triggersActive,
+                               std::span<const GroupRule> groups,
+                               std::span<ElementPlayback> elements,
+                               std::vector<DistanceCheck>& distance, PassScratch& scratch,
+                               std::span<KelvaneTools::ElementFrameState> frames) {
+  if (frames.size() != elements.size())
+    return ComputeElementTimes(t, p, scene, cache, triggersActive, groups, elements, distance,
+                               scratch);
+  return ElementTimes(t, p, scene, cache, triggersActive, groups, elements, distance, scratch,
+                      ToFrames{frames.data()});
 }
 
 }  // namespace kv

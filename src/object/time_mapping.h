@@ -11,6 +11,10 @@
 
 #include "geom/time.h"
 
+namespace KelvaneTools {
+struct ElementFrameState;
+}
+
 namespace kv {
 
 // Out-of-range rules, values of `playInORT` / `playOutORT`.
@@ -132,6 +136,14 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
                                std::span<const GroupRule> groups,
                                std::span<ElementPlayback> elements,
                                std::vector<DistanceCheck>& distance, PassScratch& scratch);
+// The same pass, writing each element's time, removal and material override into `frames`
+// (one per element) as it goes, so that frame assembly needs no copy pass of its own.
+PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
+                               const CacheTiming& cache, bool triggersActive,
+                               std::span<const GroupRule> groups,
+                               std::span<ElementPlayback> elements,
+                               std::vector<DistanceCheck>& distance, PassScratch& scratch,
+                               std::span<KelvaneTools::ElementFrameState> frames);
 
 // Distance deletion: every queued element whose position lies at a squared distance >= its
 // limit from `gizmoPos` is marked removed. `positionOf(element)` gives the element's

@@ -3,6 +3,7 @@
 
 #include <vector>
 
+#include "cache/frame.h"
 #include "object/time_mapping.h"
 #include "object/units.h"
 
@@ -284,6 +285,49 @@ TEST(ElementTimes, AgeUnderReverseCountsFromTheEnd) {
   EXPECT_FALSE(s.el[0].removed);
   s.Run(320, p, Cache(31), false, std::span(&del, 1));
   EXPECT_TRUE(s.el[0].removed);
+}
+
+// The pass that also fills frame records leaves in them exactly what the element records say,
+// with every rule applied in order (a later group overriding an earlier one, a removed element
+// skipped by later rules) and nothing left over from the last frame.
+TEST(ElementTimes, FrameRecordsMatchTheElementRecords) {
+  const int n = 12;
+  Pass s(n);
+  for (int e = 0; e < n; e += 2)
+    s.el[size_t(e)].triggered = true, s.el[size_t(e)].triggerTime = 100 * e;
+  const std::vector<int32_t> low{0, 1, 2, 3, 4, 5}, odd{1, 3, 5, 7, 9, 11},
+      high{6, 7, 8, 9, 10, 11};
+  std::vector<GroupRule> g(5);
+  g[0].mode = kModeDelay, g[0].delay = 2, g[0].trigger = false, g[0].elements = low;
+  g[1].mode = kModeSetMatId, g[1].matIndex = 3, g[1].trigger = false, g[1].elements = odd;
+  g[2].mode = kModeDelete, g[2].deleteByAge = true, g[2].deleteAge = 10, g[2].trigger = false;
+  g[2].elements = high;
+  g[3].mode = kModeSetMatId, g[3].matIndex = 5, g[3].trigger = false, g[3].elements = low;
+  g[4].mode = kModeHoldOut, g[4].trigger = false, g[4].elements = high;
+  std::vector<KelvaneTools::ElementFrameState> frames(n);
+  PlaybackSettings p;
+  for (const bool trig : {true, false}) {
+    for (const TimeValue t : {0, 700, 2000}) {
+      for (auto& f : frames) f.time = -7, f.removed = true, f.matIdOverride = 9;  // stale
+      ComputeElementTimes(t, p, kScene30, Cache(31, 30, n), trig, g, s.el, s.dist, s.scratch,
+                          frames);
+      for (int e = 0; e < n; ++e) {
+        const ElementPlayback& el = s.el[size_t(e)];
+        const KelvaneTools::ElementFrameState& f = frames[size_t(e)];
+        EXPECT_EQ(f.time, el.time) << e;
+        EXPECT_EQ(f.removed, el.removed) << e;
+        EXPECT_EQ(f.matIdOverride, el.hasMatId ? el.matId : -1) << e;
+      }
+      // The rules did act: the later tag wins, and the held end waits for the age to pass.
+      EXPECT_EQ(frames[1].matIdOverride, 5);
+      EXPECT_EQ(frames[9].matIdOverride, 3);
+      EXPECT_EQ(frames[8].removed, t >= 2000);
+      if (t < 2000) {
+        EXPECT_EQ(frames[8].time, 30.0f * kTpf);
+      }
+    }
+  }
+  EXPECT_TRUE(frames[11].removed);
 }
 
 TEST(Units, FactorsAndConversions) {
