@@ -19,6 +19,14 @@ using host::ControlValue;
 using host::Interp;
 using host::ScaleValue;
 
+// The few small functions every rotation sample goes through several times: inlined, so that
+// their results stay in registers.
+#if defined(__GNUC__)
+#define KV_HOT [[gnu::always_inline]] inline
+#else
+#define KV_HOT inline
+#endif
+
 // ---- quaternion helpers in the Hamilton product (a then b as matrices is Ham(b, a))
 
 Quat Ham(const Quat& a, const Quat& b) {
@@ -27,7 +35,7 @@ Quat Ham(const Quat& a, const Quat& b) {
       a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w, a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z};
 }
 
-Quat Unit(const Quat& q) {
+KV_HOT Quat Unit(const Quat& q) {
   const float l = std::sqrt(q.Dot(q));
   return l > 0 ? Quat{q.x / l, q.y / l, q.z / l, q.w / l} : Quat{};
 }
@@ -54,13 +62,13 @@ struct Arc {
   float th = 0, sinTh = 0;
 };
 
-Arc MakeArc(const Quat& a, const Quat& b) {
+KV_HOT Arc MakeArc(const Quat& a, const Quat& b) {
   const float d = std::clamp(a.Dot(b), -1.0f, 1.0f);
   const float th = std::acos(d);
   return {a, b, th, std::sin(th)};
 }
 
-Quat Along(const Arc& c, float s) {
+KV_HOT Quat Along(const Arc& c, float s) {
   float wa = 1 - s, wb = s;
   if (c.sinTh > 1e-6f) {
     wa = std::sin((1 - s) * c.th) / c.sinTh;
@@ -71,7 +79,7 @@ Quat Along(const Arc& c, float s) {
   return Unit({a.x * wa + b.x * wb, a.y * wa + b.y * wb, a.z * wa + b.z * wb, a.w * wa + b.w * wb});
 }
 
-Quat SlerpRaw(const Quat& a, const Quat& b, float s) {
+KV_HOT Quat SlerpRaw(const Quat& a, const Quat& b, float s) {
   return Along(MakeArc(a, b), s);
 }
 
