@@ -109,6 +109,19 @@ TEST(Controls, RotationInterpolation) {
   lin->SetValue(100, -RotZ(-170), true);
   EXPECT_NEAR(std::fabs(AngleAboutZ(lin->GetQuat(50))), 180.f, 1e-2f);
 
+  // Slerp turns at a constant speed over a wide and a narrow arc, up to the segment's ends
+  // (where one weight is small and must not lose the other's precision).
+  for (const float deg : {179.f, 0.05f}) {
+    auto arc = MakeControl(ControlKind::Rotation, Interp::Linear, nullptr);
+    arc->SetValue(0, RotZ(0), true);
+    arc->SetValue(100, RotZ(deg), true);
+    for (const int t : {1, 37, 50, 99}) {
+      const Quat q = arc->GetQuat(t);
+      const float angle = 2 * std::atan2(q.z, q.w) * 180.f / std::numbers::pi_v<float>;
+      EXPECT_NEAR(angle, deg * float(t) / 100, deg * 1e-3f) << deg << " at " << t;
+    }
+  }
+
   auto step = MakeControl(ControlKind::Rotation, Interp::Step, nullptr);
   step->SetValue(0, RotZ(10), true);
   step->SetValue(100, RotZ(80), true);
