@@ -66,6 +66,7 @@ struct FrameScratch {
   // Per element, what its faces carry over the stored ones (FaceLook): 0 for nothing. A face
   // is written only when this changes, so a steady tag costs nothing per frame.
   std::vector<uint32_t> faceLook;
+  kv::BitArray looked;           // the elements whose faceLook is not 0
   std::vector<int32_t> outVert;  // first vertex of each element in the output mesh
   std::vector<int32_t> outFace;  // first face of each element in the output mesh
   // Per sample, what this frame wants of it: kWantSample, and kWantParts when an element

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <bit>
 #include <cstring>
+#include <type_traits>
 
 #include "cache/reader.h"
 #include "geom/affine.h"
@@ -302,6 +303,7 @@ void kvCacheReader::RebuildTopology(kv::Mesh& out, const FrameSettings& s,
   scratch.boxMode = s.boxMode;
   scratch.readerGeneration = generation_;
   scratch.faceLook.assign(n, 0);
+  scratch.looked.SetSize(int(n), false);
 }
 
 bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states,
@@ -390,7 +392,10 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
   const kv::Point3* srcVerts = src.verts.data();
   kv::Point3* outVerts = out.verts.data();
   const int32_t* outVert = scratch.outVert.data();
-  ForRanges(words, grain, [&](size_t w0, size_t w1) {
+  const bool idle = s.playbackIdle, deleteInvisible = s.deleteInvisible;
+  const bool visibilityMatters = !idle || invisibleTouches;
+  // The body is compiled once per mode so that the box test leaves the per-element work.
+  const auto assemble = [&](size_t w0, size_t w1, auto box) {
     // Elements mostly share their samples: the last blocks looked up are kept at hand.
     int32_t lastA = -1, lastPartsA = -1, lastB = -1;
     const SampleBlock* blockA = nullptr;
@@ -412,13 +417,17 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
       kv::BlendAffinePartsMany(blendA, blendB, blends, weights, blendOut);
       blends = 0;
     };
+    static constexpr kv::Matrix3 kIdentity;
     for (size_t w = w0; w < w1; ++w) {
       size_t count = 0;
       const int begin = int(w * 64);
-      const int end = std::min(n, begin + 64);
-      const uint64_t removedBits = scratch.removed.Word(w);
-      for (int e = begin; e < end; ++e) {
-        if (removedBits >> (e & 63) & 1) continue;
+      const int width = std::min(n - begin, 64);
+      // Only the elements that stay are visited, lowest first, as the bits of the word.
+      uint64_t live = ~scratch.removed.Word(w);
+      if (width < 64) live &= (uint64_t{1} << width) - 1;
+      uint64_t looked = scratch.looked.Word(w);
+      for (; live != 0; live &= live - 1) {
+        const int e = begin + std::countr_zero(live);
         const ElementFrameState& r = states[size_t(e)];
         if (r.sampleA != lastA) {
           lastA = r.sampleA;
@@ -427,8 +436,7 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
           visibleA = blockA ? blockA->visible.data() : nullptr;
         }
         ids[count] = e;
-        kv::PointRun& run = runs[count++];
-        static constexpr kv::Matrix3 kIdentity;
+        kv::PointRun& run = runs[count];
         run.m = tmA ? &tmA[e] : &kIdentity;
         if (r.interpolate) {
           if (r.sampleA != lastPartsA) lastPartsA = r.sampleA, partsA = Parts(r.sampleA);
@@ -440,28 +448,40 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
             }
             blendA[blends] = &partsA[e];
             blendB[blends] = &partsB[e];
-            blendOut[blends++] = &made[count - 1];
-            run.m = &made[count - 1];
+            blendOut[blends++] = &made[count];
+            run.m = &made[count];
           }
         }
-        run.in = srcVerts + (s.boxMode ? e * 8 : vs[e]);
+        if constexpr (box) {
+          run.in = srcVerts + e * 8;
+          run.n = 8;
+        } else {
+          const int32_t v0 = vs[e];
+          run.in = srcVerts + v0;
+          run.n = size_t(vs[e + 1] - v0);
+        }
         run.out = outVerts + outVert[e];
-        run.n = size_t(s.boxMode ? 8 : vs[e + 1] - vs[e]);
+        ++count;
 
+        // While idle, the elements that leave were skipped above; otherwise they are hidden.
+        // Most frames touch no face, and most settings make visibility irrelevant here.
+        const uint64_t bit = uint64_t{1} << (e & 63);
+        if (r.matIdOverride < 0 && !visibilityMatters && !(looked & bit)) continue;
         const bool invisible = !visibleA || !visibleA[e];
-        const bool gone = r.removed || !r.shown || (s.deleteInvisible && invisible);
+        const bool gone = r.removed || !r.shown || (deleteInvisible && invisible);
         uint32_t look = 0;
-        if ((gone && !s.playbackIdle) || (invisible && invisibleTouches) || r.matIdOverride >= 0) {
-          const bool kept = !s.deleteInvisible && invisible;
-          const bool hide = (gone && !s.playbackIdle) || (kept && s.hideInvisible);
+        if ((gone && !idle) || (invisible && invisibleTouches) || r.matIdOverride >= 0) {
+          const bool kept = !deleteInvisible && invisible;
+          const bool hide = (gone && !idle) || (kept && s.hideInvisible);
           const int32_t mat = kept && relabelKept ? s.hiddenMatId : r.matIdOverride;
           look = FaceLook(mat, hide);
         }
         uint32_t& had = scratch.faceLook[size_t(e)];
         if (look == had) continue;
+        looked = look ? looked | bit : looked & ~bit;
         // The faces go back to what is stored before this frame's look goes on.
-        const int32_t sf = s.boxMode ? e * 12 : fs[e];
-        const int32_t nf = s.boxMode ? 12 : fs[e + 1] - fs[e];
+        const int32_t sf = box ? e * 12 : fs[e];
+        const int32_t nf = box ? 12 : fs[e + 1] - fs[e];
         const kv::Face* stored = src.faces.data() + sf;
         kv::Face* faces = out.faces.data() + scratch.outFace[size_t(e)];
         for (int32_t j = 0; j < nf; ++j) faces[j].flags = stored[j].flags;
@@ -471,6 +491,7 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
           for (int32_t j = 0; j < nf; ++j) faces[j].Hide();
         had = look;
       }
+      scratch.looked.SetWord(w, looked);
       flushBlends();
       if (scaled) {
         for (size_t k = 0; k < count; ++k) {
@@ -482,8 +503,8 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
       if (normals) {
         for (size_t k = 0; k < count; ++k) {
           const int e = ids[k];
-          const int32_t sf = s.boxMode ? e * 12 : fs[e];
-          const int32_t nf = s.boxMode ? 12 : fs[e + 1] - fs[e];
+          const int32_t sf = box ? e * 12 : fs[e];
+          const int32_t nf = box ? 12 : fs[e + 1] - fs[e];
           const kv::Point3* ns = src.specNormals.data() + size_t(sf) * 3;
           kv::Point3* no = out.specNormals.data() + size_t(scratch.outFace[size_t(e)]) * 3;
           for (int32_t j = 0; j < nf * 3; ++j)
@@ -491,6 +512,12 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
         }
       }
     }
+  };
+  ForRanges(words, grain, [&](size_t w0, size_t w1) {
+    if (s.boxMode)
+      assemble(w0, w1, std::true_type{});
+    else
+      assemble(w0, w1, std::false_type{});
   });
   if (keep)
     out.InvalidateGeomCache();

@@ -47,7 +47,8 @@ Bytes MixedMotionCache(int elements, int samples, std::vector<kv::Matrix3>& tms)
 }
 
 TEST(ReadFrameFast, EveryElementMatchesTheGeneralBlendOfItsSamples) {
-  constexpr int kElements = 30, kSamples = 4;
+  // Elements over three words of the frame's bit sets, the last one part full.
+  constexpr int kElements = 150, kSamples = 4;
   std::vector<kv::Matrix3> tms;
   kvtest::TempFile file("mixed_motion");
   file.Write(MixedMotionCache(kElements, kSamples, tms).b);
@@ -61,12 +62,25 @@ TEST(ReadFrameFast, EveryElementMatchesTheGeneralBlendOfItsSamples) {
   // Runs of equal times (which share one mapping), times on a sample, and times between
   // different pairs of samples with different fractions.
   const float positions[] = {0.25f, 0.25f, 0.25f, 1, 1, 2.5f, 0.25f, 2.9f, 0, 1.75f};
-  for (int round = 0; round < 3; ++round) {
-    for (int e = 0; e < kElements; ++e)
-      st[size_t(e)].time = positions[size_t(e + round) % std::size(positions)] * 160;
-    ASSERT_TRUE(reader.ReadFrame(out, st, s, scratch, round == 0));
-    ASSERT_EQ(out.numVerts(), reader.CombinedMesh().numVerts());
+  // The last round removes scattered elements and a run across a word boundary, and gives
+  // some of the others a material: the rest close up in order and keep their own motion.
+  const auto removed = [](int round, int e) {
+    return round == 3 && (e % 7 == 3 || (e >= 60 && e < 70) || e == kElements - 1);
+  };
+  for (int round = 0; round < 4; ++round) {
+    int keptVerts = 0;
     for (int e = 0; e < kElements; ++e) {
+      ElementFrameState& r = st[size_t(e)];
+      r.time = positions[size_t(e + round) % std::size(positions)] * 160;
+      r.removed = removed(round, e);
+      r.matIdOverride = round == 3 && e % 11 == 0 ? 5 : -1;
+      if (!r.removed) keptVerts += reader.Element(e).numVerts;
+    }
+    ASSERT_TRUE(reader.ReadFrame(out, st, s, scratch, round == 0));
+    ASSERT_EQ(out.numVerts(), keptVerts);
+    int outVert = 0, outFace = 0;
+    for (int e = 0; e < kElements; ++e) {
+      if (removed(round, e)) continue;
       ElementFrameState alone = st[size_t(e)];
       MapTimeToSamples(160, kSamples, s, alone);
       const ElementFrameState& r = st[size_t(e)];
@@ -80,10 +94,14 @@ TEST(ReadFrameFast, EveryElementMatchesTheGeneralBlendOfItsSamples) {
       const CacheElement& el = reader.Element(e);
       for (int v = 0; v < el.numVerts; ++v) {
         const kv::Point3 want = reader.CombinedMesh().verts[size_t(el.vertOffset + v)] * m;
-        const kv::Point3 got = out.verts[size_t(el.vertOffset + v)];
+        const kv::Point3 got = out.verts[size_t(outVert + v)];
         for (int c = 0; c < 3; ++c)
           ASSERT_NEAR(got[c], want[c], 1e-4f) << "round " << round << " element " << e;
       }
+      outVert += el.numVerts;
+      for (int f = 0; f < el.numFaces; ++f, ++outFace)
+        EXPECT_EQ(out.faces[size_t(outFace)].getMatID(), r.matIdOverride >= 0 ? 5 : 0)
+            << "round " << round << " element " << e;
     }
   }
 }
