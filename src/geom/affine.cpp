@@ -5,6 +5,7 @@
 #include <cfloat>
 #include <cmath>
 #include <cstddef>
+#include <type_traits>
 
 #if defined(__SSE2__) || defined(_M_X64)
 #include <emmintrin.h>
@@ -377,6 +378,8 @@ namespace {
 static_assert(offsetof(AffineParts, t) == 0 && offsetof(AffineParts, q) == 12 &&
                   offsetof(AffineParts, k) == 44 && offsetof(AffineParts, f) == 56,
               "the parts are read as runs of floats");
+static_assert(sizeof(Matrix3) == 12 * sizeof(float) && std::is_standard_layout_v<Matrix3>,
+              "a matrix is its twelve floats, row by row");
 
 // Polynomial above, four values of x at once, in the same order of operations.
 inline __m128 Polynomial4(const float* c, __m128 x) {
@@ -392,7 +395,7 @@ inline __m128 Polynomial4(const float* c, __m128 x) {
 // Four elements whose blends take the uniform-stretch path with the series slerp; returns a
 // mask of the lanes that do not (the caller blends those one by one).
 int Blend4(const AffineParts* const* a, const AffineParts* const* b, const SlerpWeights& w,
-           float (*out)[12]) {
+           float* const* out) {
   const auto floats = [](const AffineParts* p, int offset) {
     return _mm_loadu_ps(reinterpret_cast<const float*>(p) + offset);
   };
@@ -405,13 +408,17 @@ int Blend4(const AffineParts* const* a, const AffineParts* const* b, const Slerp
   _MM_TRANSPOSE4_PS(ax, ay, az, aw);
   __m128 bx = floats(b[0], 3), by = floats(b[1], 3), bz = floats(b[2], 3), bw = floats(b[3], 3);
   _MM_TRANSPOSE4_PS(bx, by, bz, bw);
-  const __m128 ak = _mm_setr_ps(a[0]->k.x, a[1]->k.x, a[2]->k.x, a[3]->k.x);
-  const __m128 bk = _mm_setr_ps(b[0]->k.x, b[1]->k.x, b[2]->k.x, b[3]->k.x);
-  const __m128 af = _mm_setr_ps(a[0]->f, a[1]->f, a[2]->f, a[3]->f);
-  const __m128 bf = _mm_setr_ps(b[0]->f, b[1]->f, b[2]->f, b[3]->f);
-  int other = 0;
-  for (int i = 0; i < 4; ++i)
-    if (!UniformStretch(*a[i]) || !UniformStretch(*b[i])) other |= 1 << i;
+  // Stretch factors and signs the same way; a stretch is uniform when its three factors
+  // compare equal (a NaN never does).
+  __m128 ak = floats(a[0], 11), aky = floats(a[1], 11), akz = floats(a[2], 11),
+         af = floats(a[3], 11);
+  _MM_TRANSPOSE4_PS(ak, aky, akz, af);
+  __m128 bk = floats(b[0], 11), bky = floats(b[1], 11), bkz = floats(b[2], 11),
+         bf = floats(b[3], 11);
+  _MM_TRANSPOSE4_PS(bk, bky, bkz, bf);
+  int other =
+      _mm_movemask_ps(_mm_or_ps(_mm_or_ps(_mm_cmpneq_ps(ak, aky), _mm_cmpneq_ps(aky, akz)),
+                                _mm_or_ps(_mm_cmpneq_ps(bk, bky), _mm_cmpneq_ps(bky, bkz))));
 
   // SlerpSeries: c is b or -b, whichever is closer to a.
   const __m128 d =
@@ -489,11 +496,14 @@ void BlendAffinePartsMany(const AffineParts* const* a, const AffineParts* const*
       pa[l] = a[i + std::min(l, lanes - 1)];
       pb[l] = b[i + std::min(l, lanes - 1)];
     }
-    float m[4][12];
+    // Whole groups write straight into the output matrices (twelve floats, row by row).
+    float spare[4][12];
+    float* m[4];
+    for (std::size_t l = 0; l < 4; ++l)
+      m[l] = l < lanes ? reinterpret_cast<float*>(out[i + l]) : spare[l];
     const int other = Blend4(pa, pb, w, m);
     for (std::size_t l = 0; l < lanes; ++l)
-      *out[i + l] =
-          other >> l & 1 ? BlendAffineParts(*pa[l], *pb[l], w) : Matrix3::FromFloats(m[l]);
+      if (other >> l & 1) *out[i + l] = BlendAffineParts(*pa[l], *pb[l], w);
   }
 #endif
   for (; i < count; ++i) *out[i] = BlendAffineParts(*a[i], *b[i], w);
