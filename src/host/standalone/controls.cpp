@@ -337,27 +337,23 @@ struct Sampled<Point3> {
   static Point3 Part(const Point3& v) { return v; }
   static void Put(const Point3& v, float* out) { out[0] = v.x, out[1] = v.y, out[2] = v.z; }
 };
-template <>
-struct Sampled<Point4> {
+// Four floats in x, y, z, w order.
+template <class T>
+struct SampledXyzw {
   static constexpr int kWidth = 4;
-  static Point4 Part(const Point4& v) { return v; }
-  static void Put(const Point4& v, float* out) {
+  static T Part(const T& v) { return v; }
+  static void Put(const T& v, float* out) {
     out[0] = v.x, out[1] = v.y, out[2] = v.z, out[3] = v.w;
   }
 };
 template <>
-struct Sampled<Quat> {
-  static constexpr int kWidth = 4;
-  static Quat Part(const Quat& v) { return v; }
-  static void Put(const Quat& v, float* out) {
-    out[0] = v.x, out[1] = v.y, out[2] = v.z, out[3] = v.w;
-  }
-};
+struct Sampled<Point4> : SampledXyzw<Point4> {};
 template <>
-struct Sampled<ScaleValue> {
-  static constexpr int kWidth = 3;
+struct Sampled<Quat> : SampledXyzw<Quat> {};
+// Only the factors: reduction never compares the stretch axes.
+template <>
+struct Sampled<ScaleValue> : Sampled<Point3> {
   static Point3 Part(const ScaleValue& v) { return v.s; }
-  static void Put(const Point3& v, float* out) { out[0] = v.x, out[1] = v.y, out[2] = v.z; }
 };
 
 template <class T, class Get>
