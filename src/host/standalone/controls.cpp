@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "geom/affine.h"
+#include "host/standalone/rotation_lanes.h"
+#include "host/standalone/rotation_lanes_avx2.h"
 #include "host/standalone/undo_stack.h"
 
 namespace kv::standalone {
@@ -29,26 +31,32 @@ using host::ScaleValue;
 
 // ---- quaternion helpers in the Hamilton product (a then b as matrices is Ham(b, a))
 
-Quat Ham(const Quat& a, const Quat& b) {
+KV_HOT Quat Ham(const Quat& a, const Quat& b) {
   return {
       a.w * b.x + a.x * b.w + a.y * b.z - a.z * b.y, a.w * b.y - a.x * b.z + a.y * b.w + a.z * b.x,
       a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w, a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z};
 }
 
+KV_HOT lanes::QuatL<float> Lanes(const Quat& q) {
+  return {q.x, q.y, q.z, q.w};
+}
+KV_HOT Quat FromLanes(const lanes::QuatL<float>& q) {
+  return {q.x, q.y, q.z, q.w};
+}
+
 KV_HOT Quat Unit(const Quat& q) {
-  const float l = std::sqrt(q.Dot(q));
-  return l > 0 ? Quat{q.x / l, q.y / l, q.z / l, q.w / l} : Quat{};
+  return FromLanes(lanes::Unit(Lanes(q)));
 }
 
 // Logarithm of a unit quaternion: half the rotation angle times the axis.
-Point3 QLog(const Quat& q) {
+KV_HOT Point3 QLog(const Quat& q) {
   const Point3 v{q.x, q.y, q.z};
   const float s = v.Length();
   if (s < 1e-9f) return v;
   return v * (std::atan2(s, q.w) / s);
 }
 
-Quat QExp(const Point3& v) {
+KV_HOT Quat QExp(const Point3& v) {
   const float a = v.Length();
   if (a < 1e-9f) return Unit({v.x, v.y, v.z, 1});
   const Point3 u = v * (std::sin(a) / a);
@@ -57,38 +65,21 @@ Quat QExp(const Point3& v) {
 
 // Slerp without choosing the shorter arc: squad needs its inner arcs as they are. The arc's
 // angle is kept apart from the blend, so that a segment sampled many times measures it once.
-struct Arc {
-  Quat a, b;
-  float th = 0, sinTh = 0, cosTh = 1;
-};
+using Arc = lanes::ArcL<float>;
 
 KV_HOT Arc MakeArc(const Quat& a, const Quat& b) {
-  const float d = std::clamp(a.Dot(b), -1.0f, 1.0f);
-  const float th = std::acos(d);
-  return {a, b, th, std::sin(th), d};
+  return lanes::MakeArc(Lanes(a), Lanes(b));
 }
 
 KV_HOT Quat Along(const Arc& c, float s) {
-  float wa = 1 - s, wb = s;
-  if (c.sinTh > 1e-6f) {
-    // Both weights from one sine and cosine, sin((1 - s)θ) = sinθ cos sθ - cosθ sin sθ, and
-    // without their common factor 1 / sinθ, which the normalisation below takes out anyway:
-    // every rotation sample blends three arcs, so this is most of a sample's cost.
-    const float x = s * c.th;
-    const float sn = std::sin(x), cs = std::cos(x);
-    wa = c.sinTh * cs - c.cosTh * sn;
-    wb = sn;
-  }
-  const Quat& a = c.a;
-  const Quat& b = c.b;
-  return Unit({a.x * wa + b.x * wb, a.y * wa + b.y * wb, a.z * wa + b.z * wb, a.w * wa + b.w * wb});
+  return FromLanes(lanes::Along(c, s));
 }
 
 KV_HOT Quat SlerpRaw(const Quat& a, const Quat& b, float s) {
   return Along(MakeArc(a, b), s);
 }
 
-Quat ClosestTo(const Quat& q, const Quat& to) {
+KV_HOT Quat ClosestTo(const Quat& q, const Quat& to) {
   return q.Dot(to) < 0 ? -q : q;
 }
 
@@ -401,6 +392,47 @@ struct ArcPoint {
   Quat q;
 };
 
+// A squad segment at `count` fractions, four at a time where the vector unit allows, into
+// `out` as x, y, z, w each: bit for bit EvalSegment at each fraction.
+void SquadRun(const RotSegment& r, const float* s, size_t count, float* out) {
+  size_t j = 0;
+#if KV_ROTATION_AVX2
+  if (count >= 8 && lanes::HasAvx2()) {
+    auto flat = [](const Arc& c, float* f) {
+      const float v[11] = {c.a.x, c.a.y, c.a.z, c.a.w,   c.b.x,  c.b.y,
+                           c.b.z, c.b.w, c.th,  c.sinTh, c.cosTh};
+      std::copy(v, v + 11, f);
+    };
+    float outer[11], inner[11];
+    flat(r.outer, outer);
+    flat(r.inner, inner);
+    j = lanes::SquadRunAvx2(outer, inner, s, count, out);
+    out += 4 * j;
+  }
+#endif
+#if KV_ROTATION_LANES
+  using lanes::F4;
+  auto wide = [](const Arc& c) {
+    auto q = [](const lanes::QuatL<float>& p) {
+      return lanes::QuatL<F4>{F4(p.x), F4(p.y), F4(p.z), F4(p.w)};
+    };
+    return lanes::ArcL<F4>{q(c.a), q(c.b), F4(c.th), F4(c.sinTh), F4(c.cosTh)};
+  };
+  const lanes::ArcL<F4> outer = wide(r.outer), inner = wide(r.inner);
+  for (; j + 4 <= count; j += 4, out += 16) {
+    const F4 f(_mm_loadu_ps(s + j));
+    const lanes::QuatL<F4> o = lanes::Along(outer, f), i = lanes::Along(inner, f);
+    lanes::QuatL<F4> q = lanes::Along(lanes::MakeArc(o, i), F4(2.0f) * f * (F4(1.0f) - f));
+    _MM_TRANSPOSE4_PS(q.x.v, q.y.v, q.z.v, q.w.v);
+    _mm_storeu_ps(out, q.x.v);
+    _mm_storeu_ps(out + 4, q.y.v);
+    _mm_storeu_ps(out + 8, q.z.v);
+    _mm_storeu_ps(out + 12, q.w.v);
+  }
+#endif
+  for (; j < count; ++j, out += 4) Sampled<Quat>::Put(EvalSegment(r, s[j]), out);
+}
+
 // Samples the keys k[0..n) at `times` (ascending) as Evaluate would, where `front` and `back`
 // say whether those keys begin and end the track: beyond an end that is not the track's, the
 // times must not reach. Each segment is worked out once, however many times fall in it.
@@ -412,6 +444,7 @@ void SampleKeys(const Key<T>* k, size_t n, bool front, bool back, Interp ip,
   auto get = [](const T& v) { return S::Part(v); };
   decltype(MakeSampledSegment(k, n, ip, 0, get)) seg{};
   size_t i = 0, made = n;  // segment i; `made`: the one in `seg`
+  [[maybe_unused]] float fractions[64];
   for (size_t j = 0; j < times.size(); ++j, out += S::kWidth) {
     const TimeValue t = times[j];
     if (n < 2 || (front && t <= k[0].t)) {
@@ -424,9 +457,24 @@ void SampleKeys(const Key<T>* k, size_t n, bool front, bool back, Interp ip,
     }
     while (i + 2 < n && k[i + 1].t <= t) ++i;
     if (made != i) seg = MakeSampledSegment(k, n, ip, i, get), made = i;
+    if constexpr (std::is_same_v<T, Quat>) {
+      if (seg.form == RotSegment::Form::Squad) {
+        // The run of times in this segment, a block at a time.
+        size_t e = j;
+        while (e < times.size() && e - j < std::size(fractions) &&
+               !(back && times[e] >= k[n - 1].t) && (i + 2 >= n || times[e] < k[i + 1].t)) {
+          fractions[e - j] = SegmentFraction(k, i, times[e]);
+          ++e;
+        }
+        SquadRun(seg, fractions, e - j, out);
+        out += (e - j - 1) * S::kWidth;
+        j = e - 1;
+        continue;
+      }
+    }
     const float s = SegmentFraction(k, i, t);
     if constexpr (std::is_same_v<T, Quat>) {
-      if (arcs && (seg.form == RotSegment::Form::Slerp || seg.form == RotSegment::Form::Squad)) {
+      if (arcs && seg.form == RotSegment::Form::Slerp) {
         ArcPoint& p = arcs[j];
         if (p.a != k[i].t || p.b != k[i + 1].t) p = {k[i].t, k[i + 1].t, Along(seg.outer, s)};
         S::Put(EvalSegment(seg, s, p.q), out);
