@@ -433,6 +433,30 @@ void SquadRun(const RotSegment& r, const float* s, size_t count, float* out) {
   for (; j < count; ++j, out += 4) Sampled<Quat>::Put(EvalSegment(r, s[j]), out);
 }
 
+// A cubic segment of points at `count` fractions, four at a time where the vector unit
+// allows, into `out` as x, y, z each: bit for bit EvalSegment at each fraction.
+void HermiteRun(const VecSegment<Point3>& g, const float* s, size_t count, float* out) {
+  size_t j = 0;
+#if KV_ROTATION_LANES
+  using lanes::F4;
+  for (; j + 4 <= count; j += 4, out += 12) {
+    const F4 f(_mm_loadu_ps(s + j));
+    const F4 s2 = f * f, s3 = s2 * f;
+    const F4 h0 = F4(2.0f) * s3 - F4(3.0f) * s2 + F4(1.0f), h1 = s3 - F4(2.0f) * s2 + f;
+    const F4 h2 = F4(-2.0f) * s3 + F4(3.0f) * s2, h3 = s3 - s2;
+    auto blend = [&](float p0, float m0, float p1, float m1) {
+      return (F4(p0) * h0 + F4(m0) * h1 + F4(p1) * h2 + F4(m1) * h3).v;
+    };
+    alignas(16) float x[4], y[4], z[4];
+    _mm_store_ps(x, blend(g.p0.x, g.m0.x, g.p1.x, g.m1.x));
+    _mm_store_ps(y, blend(g.p0.y, g.m0.y, g.p1.y, g.m1.y));
+    _mm_store_ps(z, blend(g.p0.z, g.m0.z, g.p1.z, g.m1.z));
+    for (int l = 0; l < 4; ++l) out[3 * l] = x[l], out[3 * l + 1] = y[l], out[3 * l + 2] = z[l];
+  }
+#endif
+  for (; j < count; ++j, out += 3) Sampled<Point3>::Put(EvalSegment(g, s[j]), out);
+}
+
 // Samples the keys k[0..n) at `times` (ascending) as Evaluate would, where `front` and `back`
 // say whether those keys begin and end the track: beyond an end that is not the track's, the
 // times must not reach. Each segment is worked out once, however many times fall in it.
@@ -457,20 +481,31 @@ void SampleKeys(const Key<T>* k, size_t n, bool front, bool back, Interp ip,
     }
     while (i + 2 < n && k[i + 1].t <= t) ++i;
     if (made != i) seg = MakeSampledSegment(k, n, ip, i, get), made = i;
-    if constexpr (std::is_same_v<T, Quat>) {
-      if (seg.form == RotSegment::Form::Squad) {
-        // The run of times in this segment, a block at a time.
-        size_t e = j;
-        while (e < times.size() && e - j < std::size(fractions) &&
-               !(back && times[e] >= k[n - 1].t) && (i + 2 >= n || times[e] < k[i + 1].t)) {
-          fractions[e - j] = SegmentFraction(k, i, times[e]);
-          ++e;
-        }
+    // Runs of times in one squad or cubic segment go through the vector unit, a block at a
+    // time.
+    bool run = false;
+    if constexpr (std::is_same_v<T, Quat>)
+      run = seg.form == RotSegment::Form::Squad;
+    else if constexpr (std::is_same_v<decltype(seg), VecSegment<Point3>>)
+      run = seg.ip == Interp::Bezier || seg.ip == Interp::TCB;
+    if (run) {
+      const TimeValue end = i + 2 >= n ? kTimePosInfinity : k[i + 1].t;
+      const TimeValue stop = back ? std::min(end, k[n - 1].t) : end;
+      size_t e = j + 1;
+      const size_t most = std::min(times.size(), j + std::size(fractions));
+      while (e < most && times[e] < stop) ++e;
+      // As SegmentFraction, in a loop the compiler can widen.
+      const TimeValue t0 = k[i].t;
+      const double len = static_cast<double>(k[i + 1].t - t0);
+      for (size_t m = j; m < e; ++m)
+        fractions[m - j] = static_cast<float>(static_cast<double>(times[m] - t0) / len);
+      if constexpr (std::is_same_v<T, Quat>)
         SquadRun(seg, fractions, e - j, out);
-        out += (e - j - 1) * S::kWidth;
-        j = e - 1;
-        continue;
-      }
+      else if constexpr (std::is_same_v<decltype(seg), VecSegment<Point3>>)
+        HermiteRun(seg, fractions, e - j, out);
+      out += (e - j - 1) * S::kWidth;
+      j = e - 1;
+      continue;
     }
     const float s = SegmentFraction(k, i, t);
     if constexpr (std::is_same_v<T, Quat>) {
