@@ -396,8 +396,11 @@ struct ArcPoint {
 // `out` as x, y, z, w each: bit for bit EvalSegment at each fraction.
 void SquadRun(const RotSegment& r, const float* s, size_t count, float* out) {
   size_t j = 0;
+  // A last partial block goes through the vector unit too, its spare lanes repeating the
+  // last fraction, unless a single time is left.
+  constexpr size_t kOne = 1;
 #if KV_ROTATION_AVX2
-  if (count >= 8 && lanes::HasAvx2()) {
+  if (count > kOne && lanes::HasAvx2()) {
     auto flat = [](const Arc& c, float* f) {
       const float v[11] = {c.a.x, c.a.y, c.a.z, c.a.w,   c.b.x,  c.b.y,
                            c.b.z, c.b.w, c.th,  c.sinTh, c.cosTh};
@@ -408,6 +411,14 @@ void SquadRun(const RotSegment& r, const float* s, size_t count, float* out) {
     flat(r.inner, inner);
     j = lanes::SquadRunAvx2(outer, inner, s, count, out);
     out += 4 * j;
+    if (count - j > kOne) {
+      float f[8], q[32];
+      for (size_t m = 0; m < 8; ++m) f[m] = s[std::min(j + m, count - 1)];
+      lanes::SquadRunAvx2(outer, inner, f, 8, q);
+      std::copy(q, q + 4 * (count - j), out);
+      out += 4 * (count - j);
+      j = count;
+    }
   }
 #endif
 #if KV_ROTATION_LANES
@@ -419,15 +430,24 @@ void SquadRun(const RotSegment& r, const float* s, size_t count, float* out) {
     return lanes::ArcL<F4>{q(c.a), q(c.b), F4(c.th), F4(c.sinTh), F4(c.cosTh)};
   };
   const lanes::ArcL<F4> outer = wide(r.outer), inner = wide(r.inner);
-  for (; j + 4 <= count; j += 4, out += 16) {
-    const F4 f(_mm_loadu_ps(s + j));
-    const lanes::QuatL<F4> o = lanes::Along(outer, f), i = lanes::Along(inner, f);
-    lanes::QuatL<F4> q = lanes::Along(lanes::MakeArc(o, i), F4(2.0f) * f * (F4(1.0f) - f));
-    _MM_TRANSPOSE4_PS(q.x.v, q.y.v, q.z.v, q.w.v);
-    _mm_storeu_ps(out, q.x.v);
-    _mm_storeu_ps(out + 4, q.y.v);
-    _mm_storeu_ps(out + 8, q.z.v);
-    _mm_storeu_ps(out + 12, q.w.v);
+  for (; j + kOne < count; j += 4, out += 16) {
+    float f[4], q[16];
+    for (size_t m = 0; m < 4; ++m) f[m] = s[std::min(j + m, count - 1)];
+    const F4 x(_mm_loadu_ps(f));
+    const lanes::QuatL<F4> o = lanes::Along(outer, x), i = lanes::Along(inner, x);
+    lanes::QuatL<F4> v = lanes::Along(lanes::MakeArc(o, i), F4(2.0f) * x * (F4(1.0f) - x));
+    _MM_TRANSPOSE4_PS(v.x.v, v.y.v, v.z.v, v.w.v);
+    _mm_storeu_ps(q, v.x.v);
+    _mm_storeu_ps(q + 4, v.y.v);
+    _mm_storeu_ps(q + 8, v.z.v);
+    _mm_storeu_ps(q + 12, v.w.v);
+    const size_t take = std::min<size_t>(4, count - j);
+    std::copy(q, q + 4 * take, out);
+    if (take < 4) {
+      out += 4 * take;
+      j = count;
+      break;
+    }
   }
 #endif
   for (; j < count; ++j, out += 4) Sampled<Quat>::Put(EvalSegment(r, s[j]), out);
