@@ -76,6 +76,8 @@ TEST(ReadFrameFast, EveryElementMatchesTheGeneralBlendOfItsSamples) {
       r.matIdOverride = round == 3 && e % 11 == 0 ? 5 : -1;
       if (!r.removed) keptVerts += reader.Element(e).numVerts;
     }
+    // The caller may give the mesh new storage of the same shape between frames.
+    if (round == 2) out = kv::Mesh(out);
     ASSERT_TRUE(reader.ReadFrame(out, st, s, scratch, round == 0));
     ASSERT_EQ(out.numVerts(), keptVerts);
     int outVert = 0, outFace = 0;
