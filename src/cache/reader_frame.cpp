@@ -24,16 +24,23 @@ uint32_t FaceLook(int32_t mat, bool hide) {
   return m | (hide ? kLookHide : 0);
 }
 
-// The sampling results of one record into another: the fields from sampleA to the end,
-// moved as one block.
-constexpr size_t kMappingBytes = sizeof(ElementFrameState) - offsetof(ElementFrameState, sampleA);
+// An element's sampling results: the fields of its record from sampleA to the end, moved as
+// one block.
+struct Mapping {
+  char bytes[sizeof(ElementFrameState) - offsetof(ElementFrameState, sampleA)];
+};
 static_assert(offsetof(ElementFrameState, afterRange) + 1 == sizeof(ElementFrameState) &&
-                  offsetof(ElementFrameState, sampleA) + kMappingBytes == sizeof(ElementFrameState),
+                  offsetof(ElementFrameState, sampleA) + sizeof(Mapping) ==
+                      sizeof(ElementFrameState),
               "the sampling results close the record");
-inline void CopyMapping(ElementFrameState& to, const ElementFrameState& from) {
-  std::memcpy(reinterpret_cast<char*>(&to) + offsetof(ElementFrameState, sampleA),
-              reinterpret_cast<const char*>(&from) + offsetof(ElementFrameState, sampleA),
-              kMappingBytes);
+inline Mapping GetMapping(const ElementFrameState& r) {
+  Mapping m;
+  std::memcpy(&m, reinterpret_cast<const char*>(&r) + offsetof(ElementFrameState, sampleA),
+              sizeof m);
+  return m;
+}
+inline void SetMapping(ElementFrameState& r, const Mapping& m) {
+  std::memcpy(reinterpret_cast<char*>(&r) + offsetof(ElementFrameState, sampleA), &m, sizeof m);
 }
 
 // The matrix of the elements that have no vertices this frame, and of those whose sample is
@@ -165,15 +172,17 @@ bool kvCacheReader::LoadSamplesForElements(std::span<ElementFrameState> states,
     int next = 0;
     int64_t lastA = -1;
     int32_t lastB = -1;
-    // Most often an element has the time of the one before it: that test comes first.
+    // Most often an element has the time of the one before it: that test comes first, and
+    // its mapping is kept at hand rather than read back from the record just written.
+    ElementFrameState* const st = states.data();
     uint32_t lastTime = 0;
-    const ElementFrameState* last = nullptr;
+    bool haveLast = false;
+    Mapping last{};
     for (size_t e = first + begin; e < first + end; ++e) {
-      ElementFrameState& r = states[e];
+      ElementFrameState& r = st[e];
       const uint32_t time = std::bit_cast<uint32_t>(r.time);
-      if (last && time == lastTime) {
-        CopyMapping(r, *last);
-        last = &r;
+      if (haveLast && time == lastTime) {
+        SetMapping(r, last);
         continue;  // its samples are already wanted
       }
       const ElementFrameState* prev = nullptr;
@@ -182,13 +191,15 @@ bool kvCacheReader::LoadSamplesForElements(std::span<ElementFrameState> states,
           prev = recent[k];
           break;
         }
-      last = &r;
+      haveLast = true;
       lastTime = time;
       if (prev) {
-        CopyMapping(r, *prev);
+        last = GetMapping(*prev);
+        SetMapping(r, last);
         continue;
       }
       MapTimeToSamples(s, r);
+      last = GetMapping(r);
       recent[next] = &r;
       recentTime[next] = time;
       next = (next + 1) % kRecent;
@@ -433,6 +444,7 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
   const bool idle = s.playbackIdle, deleteInvisible = s.deleteInvisible;
   const bool visibilityMatters = !idle || invisibleTouches;
   kv::PointRun* const runs = scratch.runs.data();
+  const ElementFrameState* const st = states.data();
   // The body is compiled once per mode so that the box test leaves the per-element work.
   const auto assemble = [&](size_t w0, size_t w1, auto box) {
     // Elements mostly share their samples: the last blocks looked up are kept at hand.
@@ -464,9 +476,60 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
       uint64_t live = ~scratch.removed.Word(w);
       if (width < 64) live &= (uint64_t{1} << width) - 1;
       uint64_t looked = scratch.looked.Word(w);
+      // No face of the word to look at: an element that plays the samples, fraction and
+      // blocks of the one before takes the short way (most of them).
+      const bool plainWord = !visibilityMatters && looked == 0;
+      if (plainWord && tmA && live == (width < 64 ? (uint64_t{1} << width) - 1 : ~uint64_t{0})) {
+        // All of the word stays: walk it in order until an element needs more.
+        const ElementFrameState* r = st + begin;
+        kv::PointRun* run = runs + begin;
+        int j = 0;
+        if (!r->interpolate) {
+          const kv::Matrix3* m = tmA + begin;
+          for (; j < width; ++j, ++r, ++run, ++m) {
+            if (r->sampleA != lastA || r->interpolate || r->matIdOverride >= 0) break;
+            run->m = m;
+            ids[count++] = begin + j;
+          }
+        } else if (r->sampleA == lastPartsA && partsA && partsB) {
+          const kv::AffineParts* pa = partsA + begin;
+          const kv::AffineParts* pb = partsB + begin;
+          const uint32_t fraction = std::bit_cast<uint32_t>(weights.f);
+          for (; j < width; ++j, ++r, ++run, ++pa, ++pb) {
+            if (r->sampleA != lastPartsA || r->sampleB != lastB || !r->interpolate ||
+                std::bit_cast<uint32_t>(r->fraction) != fraction || r->matIdOverride >= 0)
+              break;
+            blendA[blends] = pa;
+            blendB[blends] = pb;
+            blendOut[blends++] = &made[count];
+            run->m = &made[count];
+            ids[count++] = begin + j;
+          }
+        }
+        if (j == 64)
+          live = 0;
+        else
+          live &= ~uint64_t{0} << j;
+      }
       for (; live != 0; live &= live - 1) {
         const int e = begin + std::countr_zero(live);
-        const ElementFrameState& r = states[size_t(e)];
+        const ElementFrameState& r = st[e];
+        if (plainWord && r.matIdOverride < 0 && r.sampleA == lastA && tmA) {
+          if (!r.interpolate) {
+            runs[e].m = &tmA[e];
+            ids[count++] = e;
+            continue;
+          }
+          if (r.sampleA == lastPartsA && r.sampleB == lastB && partsA && partsB &&
+              std::bit_cast<uint32_t>(r.fraction) == std::bit_cast<uint32_t>(weights.f)) {
+            blendA[blends] = &partsA[e];
+            blendB[blends] = &partsB[e];
+            blendOut[blends++] = &made[count];
+            runs[e].m = &made[count];
+            ids[count++] = e;
+            continue;
+          }
+        }
         if (r.sampleA != lastA) {
           lastA = r.sampleA;
           blockA = Block(r.sampleA);
