@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "geom/bitarray.h"
+#include "geom/transform_points.h"
 
 namespace KelvaneTools {
 
@@ -69,6 +70,11 @@ struct FrameScratch {
   kv::BitArray looked;           // the elements whose faceLook is not 0
   std::vector<int32_t> outVert;  // first vertex of each element in the output mesh
   std::vector<int32_t> outFace;  // first face of each element in the output mesh
+  // Per element, where its vertices come from and go to (no vertices when it is left out);
+  // only the matrix changes from frame to frame. Valid for the two vertex arrays named.
+  std::vector<kv::PointRun> runs;
+  const kv::Point3* runsFrom = nullptr;
+  const kv::Point3* runsTo = nullptr;
   // Per sample, what this frame wants of it: kWantSample, and kWantParts when an element
   // blends it. Filled by the sampling pass, read by the frame assembly.
   static constexpr uint8_t kWantSample = 1, kWantParts = 2;

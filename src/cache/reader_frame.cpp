@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <bit>
+#include <cstddef>
 #include <cstring>
 #include <type_traits>
 
@@ -21,6 +22,47 @@ constexpr uint32_t kLookMat = 1, kLookHide = 2;
 uint32_t FaceLook(int32_t mat, bool hide) {
   const uint32_t m = mat >= 0 ? kLookMat | uint32_t{kv::MtlID(mat)} << 16 : 0;
   return m | (hide ? kLookHide : 0);
+}
+
+// An element's sampling results: the fields of its record from sampleA to the end, moved as
+// one block.
+struct Mapping {
+  char bytes[sizeof(ElementFrameState) - offsetof(ElementFrameState, sampleA)];
+};
+static_assert(offsetof(ElementFrameState, afterRange) + 1 == sizeof(ElementFrameState) &&
+                  offsetof(ElementFrameState, sampleA) + sizeof(Mapping) ==
+                      sizeof(ElementFrameState),
+              "the sampling results close the record");
+inline Mapping GetMapping(const ElementFrameState& r) {
+  Mapping m;
+  std::memcpy(&m, reinterpret_cast<const char*>(&r) + offsetof(ElementFrameState, sampleA),
+              sizeof m);
+  return m;
+}
+inline void SetMapping(ElementFrameState& r, const Mapping& m) {
+  std::memcpy(reinterpret_cast<char*>(&r) + offsetof(ElementFrameState, sampleA), &m, sizeof m);
+}
+
+// The matrix of the elements that have no vertices this frame, and of those whose sample is
+// missing.
+constexpr kv::Matrix3 kIdentity;
+
+// Fills scratch.runs for the topology in `scratch` and the output mesh `out` built from `src`.
+void RebuildRuns(const kv::Mesh& src, std::span<const CacheElement> elements, bool box,
+                 kv::Mesh& out, FrameScratch& scratch) {
+  const size_t n = elements.size();
+  scratch.runs.resize(n);
+  for (size_t e = 0; e < n; ++e) {
+    if (scratch.removed[int(e)]) {
+      scratch.runs[e] = {&kIdentity, nullptr, nullptr, 0};
+      continue;
+    }
+    const size_t first = box ? e * 8 : size_t(elements[e].vertOffset);
+    scratch.runs[e] = {&kIdentity, src.verts.data() + first, out.verts.data() + scratch.outVert[e],
+                       box ? 8 : size_t(elements[e].numVerts)};
+  }
+  scratch.runsFrom = src.verts.data();
+  scratch.runsTo = out.verts.data();
 }
 
 }  // namespace
@@ -130,26 +172,34 @@ bool kvCacheReader::LoadSamplesForElements(std::span<ElementFrameState> states,
     int next = 0;
     int64_t lastA = -1;
     int32_t lastB = -1;
+    // Most often an element has the time of the one before it: that test comes first, and
+    // its mapping is kept at hand rather than read back from the record just written.
+    ElementFrameState* const st = states.data();
+    uint32_t lastTime = 0;
+    bool haveLast = false;
+    Mapping last{};
     for (size_t e = first + begin; e < first + end; ++e) {
-      ElementFrameState& r = states[e];
+      ElementFrameState& r = st[e];
       const uint32_t time = std::bit_cast<uint32_t>(r.time);
+      if (haveLast && time == lastTime) {
+        SetMapping(r, last);
+        continue;  // its samples are already wanted
+      }
       const ElementFrameState* prev = nullptr;
       for (int k = 0; k < kRecent; ++k)
         if (recent[k] && recentTime[k] == time) {
           prev = recent[k];
           break;
         }
+      haveLast = true;
+      lastTime = time;
       if (prev) {
-        r.sampleA = prev->sampleA;
-        r.fraction = prev->fraction;
-        r.sampleB = prev->sampleB;
-        r.interpolate = prev->interpolate;
-        r.shown = prev->shown;
-        r.beforeRange = prev->beforeRange;
-        r.afterRange = prev->afterRange;
-        continue;  // its samples are already wanted
+        last = GetMapping(*prev);
+        SetMapping(r, last);
+        continue;
       }
       MapTimeToSamples(s, r);
+      last = GetMapping(r);
       recent[next] = &r;
       recentTime[next] = time;
       next = (next + 1) % kRecent;
@@ -324,7 +374,6 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
     vertStart_[size_t(n)] = int32_t(totalVerts_);
     faceStart_[size_t(n)] = int32_t(totalFaces_);
   }
-  const int32_t* vs = vertStart_.data();
   const int32_t* fs = faceStart_.data();
 
   // The element loops run over words of 64 elements, so that each range owns the words of
@@ -354,10 +403,10 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
             const SampleBlock* block = Block(r.sampleA);
             visible = block ? block->visible.data() : nullptr;
           }
-          const bool invisible = !visible || !visible[e];
+          const bool invisible = visible ? !visible[e] : true;
           const bool leaves = r.removed | !r.shown | (s.deleteInvisible & invisible);
           bits |= uint64_t(leaves) << (e & 63);
-          gone += leaves ? (s.boxMode ? 12 : fs[e + 1] - fs[e]) : 0;
+          if (leaves) gone += s.boxMode ? 12 : fs[e + 1] - fs[e];
         }
         candidate_.SetWord(w, bits);
       }
@@ -383,17 +432,19 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
     scratch.removed = candidate_;
     RebuildTopology(out, s, scratch);
   }
+  if (!keep || scratch.runs.size() != size_t(n) || scratch.runsFrom != src.verts.data() ||
+      scratch.runsTo != out.verts.data())
+    RebuildRuns(src, elements_, s.boxMode, out, scratch);
 
   const bool normals = out.hasSpecNormals();
   // What an element's visibility and state can do to its faces; most frames do nothing.
   const bool relabelKept = s.applyHiddenMatId && s.hiddenMatId >= 0;
   const bool invisibleTouches = !s.deleteInvisible && (s.hideInvisible || relabelKept);
   const bool scaled = s.unitScale != 1.0f;
-  const kv::Point3* srcVerts = src.verts.data();
-  kv::Point3* outVerts = out.verts.data();
-  const int32_t* outVert = scratch.outVert.data();
   const bool idle = s.playbackIdle, deleteInvisible = s.deleteInvisible;
   const bool visibilityMatters = !idle || invisibleTouches;
+  kv::PointRun* const runs = scratch.runs.data();
+  const ElementFrameState* const st = states.data();
   // The body is compiled once per mode so that the box test leaves the per-element work.
   const auto assemble = [&](size_t w0, size_t w1, auto box) {
     // Elements mostly share their samples: the last blocks looked up are kept at hand.
@@ -403,9 +454,8 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
     const uint8_t* visibleA = nullptr;
     const kv::AffineParts *partsA = nullptr, *partsB = nullptr;
     kv::SlerpWeights weights(0);  // for the fraction of the last element blended
-    // A word's elements are gathered first and carried in one call, which keeps the vector
-    // set-up and the choice of path out of the per-element work.
-    kv::PointRun runs[64];
+    // A word's elements get their matrices first and are carried in one call, which keeps
+    // the vector set-up and the choice of path out of the per-element work.
     kv::Matrix3 made[64];  // for the elements that do not play a stored matrix as it is
     int ids[64];
     // Blends wait for a batch (of one fraction), which the vector unit does four at a time.
@@ -417,18 +467,69 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
       kv::BlendAffinePartsMany(blendA, blendB, blends, weights, blendOut);
       blends = 0;
     };
-    static constexpr kv::Matrix3 kIdentity;
     for (size_t w = w0; w < w1; ++w) {
       size_t count = 0;
       const int begin = int(w * 64);
       const int width = std::min(n - begin, 64);
-      // Only the elements that stay are visited, lowest first, as the bits of the word.
+      // Only the elements that stay are visited, lowest first, as the bits of the word; the
+      // others have no vertices to carry.
       uint64_t live = ~scratch.removed.Word(w);
       if (width < 64) live &= (uint64_t{1} << width) - 1;
       uint64_t looked = scratch.looked.Word(w);
+      // No face of the word to look at: an element that plays the samples, fraction and
+      // blocks of the one before takes the short way (most of them).
+      const bool plainWord = !visibilityMatters && looked == 0;
+      if (plainWord && tmA && live == (width < 64 ? (uint64_t{1} << width) - 1 : ~uint64_t{0})) {
+        // All of the word stays: walk it in order until an element needs more.
+        const ElementFrameState* r = st + begin;
+        kv::PointRun* run = runs + begin;
+        int j = 0;
+        if (!r->interpolate) {
+          const kv::Matrix3* m = tmA + begin;
+          for (; j < width; ++j, ++r, ++run, ++m) {
+            if (r->sampleA != lastA || r->interpolate || r->matIdOverride >= 0) break;
+            run->m = m;
+            ids[count++] = begin + j;
+          }
+        } else if (r->sampleA == lastPartsA && partsA && partsB) {
+          const kv::AffineParts* pa = partsA + begin;
+          const kv::AffineParts* pb = partsB + begin;
+          const uint32_t fraction = std::bit_cast<uint32_t>(weights.f);
+          for (; j < width; ++j, ++r, ++run, ++pa, ++pb) {
+            if (r->sampleA != lastPartsA || r->sampleB != lastB || !r->interpolate ||
+                std::bit_cast<uint32_t>(r->fraction) != fraction || r->matIdOverride >= 0)
+              break;
+            blendA[blends] = pa;
+            blendB[blends] = pb;
+            blendOut[blends++] = &made[count];
+            run->m = &made[count];
+            ids[count++] = begin + j;
+          }
+        }
+        if (j == 64)
+          live = 0;
+        else
+          live &= ~uint64_t{0} << j;
+      }
       for (; live != 0; live &= live - 1) {
         const int e = begin + std::countr_zero(live);
-        const ElementFrameState& r = states[size_t(e)];
+        const ElementFrameState& r = st[e];
+        if (plainWord && r.matIdOverride < 0 && r.sampleA == lastA && tmA) {
+          if (!r.interpolate) {
+            runs[e].m = &tmA[e];
+            ids[count++] = e;
+            continue;
+          }
+          if (r.sampleA == lastPartsA && r.sampleB == lastB && partsA && partsB &&
+              std::bit_cast<uint32_t>(r.fraction) == std::bit_cast<uint32_t>(weights.f)) {
+            blendA[blends] = &partsA[e];
+            blendB[blends] = &partsB[e];
+            blendOut[blends++] = &made[count];
+            runs[e].m = &made[count];
+            ids[count++] = e;
+            continue;
+          }
+        }
         if (r.sampleA != lastA) {
           lastA = r.sampleA;
           blockA = Block(r.sampleA);
@@ -436,8 +537,7 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
           visibleA = blockA ? blockA->visible.data() : nullptr;
         }
         ids[count] = e;
-        kv::PointRun& run = runs[count];
-        run.m = tmA ? &tmA[e] : &kIdentity;
+        const kv::Matrix3* m = tmA ? &tmA[e] : &kIdentity;
         if (r.interpolate) {
           if (r.sampleA != lastPartsA) lastPartsA = r.sampleA, partsA = Parts(r.sampleA);
           if (r.sampleB != lastB) lastB = r.sampleB, partsB = Parts(r.sampleB);
@@ -449,18 +549,10 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
             blendA[blends] = &partsA[e];
             blendB[blends] = &partsB[e];
             blendOut[blends++] = &made[count];
-            run.m = &made[count];
+            m = &made[count];
           }
         }
-        if constexpr (box) {
-          run.in = srcVerts + e * 8;
-          run.n = 8;
-        } else {
-          const int32_t v0 = vs[e];
-          run.in = srcVerts + v0;
-          run.n = size_t(vs[e + 1] - v0);
-        }
-        run.out = outVerts + outVert[e];
+        runs[e].m = m;
         ++count;
 
         // While idle, the elements that leave were skipped above; otherwise they are hidden.
@@ -495,11 +587,12 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
       flushBlends();
       if (scaled) {
         for (size_t k = 0; k < count; ++k) {
-          made[k] = *runs[k].m * s.unitScale;
-          runs[k].m = &made[k];
+          kv::PointRun& run = runs[ids[k]];
+          made[k] = *run.m * s.unitScale;
+          run.m = &made[k];
         }
       }
-      kv::TransformPointRuns(runs, count);
+      kv::TransformPointRuns(runs + begin, size_t(width));
       if (normals) {
         for (size_t k = 0; k < count; ++k) {
           const int e = ids[k];
@@ -507,8 +600,8 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
           const int32_t nf = box ? 12 : fs[e + 1] - fs[e];
           const kv::Point3* ns = src.specNormals.data() + size_t(sf) * 3;
           kv::Point3* no = out.specNormals.data() + size_t(scratch.outFace[size_t(e)]) * 3;
-          for (int32_t j = 0; j < nf * 3; ++j)
-            no[j] = runs[k].m->VectorTransform(ns[j]).Normalized();
+          const kv::Matrix3& m = *runs[e].m;
+          for (int32_t j = 0; j < nf * 3; ++j) no[j] = m.VectorTransform(ns[j]).Normalized();
         }
       }
     }

@@ -8,7 +8,7 @@
 #include <type_traits>
 
 #if defined(__SSE2__) || defined(_M_X64)
-#include <emmintrin.h>
+#include <immintrin.h>
 #define KV_BLEND_SSE 1
 #else
 #define KV_BLEND_SSE 0
@@ -480,12 +480,181 @@ int Blend4(const AffineParts* const* a, const AffineParts* const* b, const Slerp
   return other;
 }
 
+#if defined(__GNUC__) || defined(__AVX__)
+#define KV_BLEND_AVX 1
+#if defined(__GNUC__)
+// Plain AVX, no fused multiply-add: every lane must round as Blend4 and the one-by-one blend
+// do.
+#define KV_BLEND_AVX_TARGET __attribute__((target("avx")))
+#else
+#define KV_BLEND_AVX_TARGET
+#endif
+
+bool HasAvxBlend() {
+#if defined(__AVX__)
+  return true;
+#else
+  static const bool has = __builtin_cpu_supports("avx");
+  return has;
+#endif
+}
+
+// _MM_TRANSPOSE4_PS within each 128-bit half.
+KV_BLEND_AVX_TARGET inline void Transpose4x2(__m256& r0, __m256& r1, __m256& r2, __m256& r3) {
+  const __m256 t0 = _mm256_unpacklo_ps(r0, r1), t1 = _mm256_unpackhi_ps(r0, r1);
+  const __m256 t2 = _mm256_unpacklo_ps(r2, r3), t3 = _mm256_unpackhi_ps(r2, r3);
+  r0 = _mm256_castpd_ps(_mm256_unpacklo_pd(_mm256_castps_pd(t0), _mm256_castps_pd(t2)));
+  r1 = _mm256_castpd_ps(_mm256_unpackhi_pd(_mm256_castps_pd(t0), _mm256_castps_pd(t2)));
+  r2 = _mm256_castpd_ps(_mm256_unpacklo_pd(_mm256_castps_pd(t1), _mm256_castps_pd(t3)));
+  r3 = _mm256_castpd_ps(_mm256_unpackhi_pd(_mm256_castps_pd(t1), _mm256_castps_pd(t3)));
+}
+
+KV_BLEND_AVX_TARGET inline __m256 Polynomial8(const float* c, __m256 x) {
+#define KV_K(i) _mm256_set1_ps(c[i])
+  const __m256 x2 = _mm256_mul_ps(x, x), x4 = _mm256_mul_ps(x2, x2);
+  const __m256 lo =
+      _mm256_add_ps(_mm256_add_ps(KV_K(0), _mm256_mul_ps(KV_K(1), x)),
+                    _mm256_mul_ps(x2, _mm256_add_ps(KV_K(2), _mm256_mul_ps(KV_K(3), x))));
+  const __m256 hi =
+      _mm256_add_ps(_mm256_add_ps(KV_K(4), _mm256_mul_ps(KV_K(5), x)),
+                    _mm256_mul_ps(x2, _mm256_add_ps(KV_K(6), _mm256_mul_ps(KV_K(7), x))));
+  return _mm256_add_ps(lo, _mm256_mul_ps(x4, _mm256_add_ps(hi, _mm256_mul_ps(x4, KV_K(8)))));
+#undef KV_K
+}
+
+// Four floats at `offset` of elements i and i + 4 in the two halves of one register.
+KV_BLEND_AVX_TARGET inline __m256 Floats2(const AffineParts* const* p, int i, int offset) {
+  const float* lo = reinterpret_cast<const float*>(p[i]) + offset;
+  const float* hi = reinterpret_cast<const float*>(p[i + 4]) + offset;
+  return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(lo)), _mm_loadu_ps(hi), 1);
+}
+
+// Floats offset to offset + 3 of eight elements, one register each, lane i for element i.
+KV_BLEND_AVX_TARGET inline void Load8(const AffineParts* const* p, int offset, __m256& r0,
+                                      __m256& r1, __m256& r2, __m256& r3) {
+  r0 = Floats2(p, 0, offset), r1 = Floats2(p, 1, offset), r2 = Floats2(p, 2, offset);
+  r3 = Floats2(p, 3, offset);
+  Transpose4x2(r0, r1, r2, r3);
+}
+
+KV_BLEND_AVX_TARGET inline __m256 NotEqual8(__m256 x, __m256 y) {
+  return _mm256_cmp_ps(x, y, _CMP_NEQ_UQ);
+}
+
+// Blend4 for eight elements, lane i holding element i: the same operations in the same order.
+KV_BLEND_AVX_TARGET int Blend8(const AffineParts* const* a, const AffineParts* const* b,
+                               const SlerpWeights& w, float* const* out) {
+  __m256 atx, aty, atz, at3, btx, bty, btz, bt3;
+  Load8(a, 0, atx, aty, atz, at3);
+  Load8(b, 0, btx, bty, btz, bt3);
+  __m256 ax, ay, az, aw, bx, by, bz, bw;
+  Load8(a, 3, ax, ay, az, aw);
+  Load8(b, 3, bx, by, bz, bw);
+  __m256 ak, aky, akz, af, bk, bky, bkz, bf;
+  Load8(a, 11, ak, aky, akz, af);
+  Load8(b, 11, bk, bky, bkz, bf);
+  int other =
+      _mm256_movemask_ps(_mm256_or_ps(_mm256_or_ps(NotEqual8(ak, aky), NotEqual8(aky, akz)),
+                                      _mm256_or_ps(NotEqual8(bk, bky), NotEqual8(bky, bkz))));
+
+  const __m256 d =
+      _mm256_add_ps(_mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(bx, ax), _mm256_mul_ps(by, ay)),
+                                  _mm256_mul_ps(bz, az)),
+                    _mm256_mul_ps(bw, aw));
+  const __m256 flip =
+      _mm256_and_ps(_mm256_cmp_ps(d, _mm256_setzero_ps(), _CMP_LT_OS), _mm256_set1_ps(-0.0f));
+  const __m256 cx = _mm256_xor_ps(bx, flip), cy = _mm256_xor_ps(by, flip),
+               cz = _mm256_xor_ps(bz, flip), cw = _mm256_xor_ps(bw, flip);
+  const __m256 one = _mm256_set1_ps(1.0f);
+  const __m256 x = _mm256_min_ps(
+      _mm256_add_ps(_mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(ax, cx), _mm256_mul_ps(ay, cy)),
+                                  _mm256_mul_ps(az, cz)),
+                    _mm256_mul_ps(aw, cw)),
+      one);
+  other |= _mm256_movemask_ps(_mm256_cmp_ps(x, _mm256_set1_ps(kSeriesMinCos), _CMP_NGE_US));
+  const __m256 xm = _mm256_sub_ps(x, one);
+  const __m256 wa = Polynomial8(w.wa, xm), wb = Polynomial8(w.wb, xm);
+  const __m256 rx = _mm256_add_ps(_mm256_mul_ps(wa, ax), _mm256_mul_ps(wb, cx));
+  const __m256 ry = _mm256_add_ps(_mm256_mul_ps(wa, ay), _mm256_mul_ps(wb, cy));
+  const __m256 rz = _mm256_add_ps(_mm256_mul_ps(wa, az), _mm256_mul_ps(wb, cz));
+  const __m256 rw = _mm256_add_ps(_mm256_mul_ps(wa, aw), _mm256_mul_ps(wb, cw));
+  const __m256 n2 =
+      _mm256_add_ps(_mm256_add_ps(_mm256_add_ps(_mm256_mul_ps(rx, rx), _mm256_mul_ps(ry, ry)),
+                                  _mm256_mul_ps(rz, rz)),
+                    _mm256_mul_ps(rw, rw));
+  other |=
+      _mm256_movemask_ps(_mm256_or_ps(_mm256_cmp_ps(n2, _mm256_setzero_ps(), _CMP_NGT_US),
+                                      _mm256_cmp_ps(n2, _mm256_set1_ps(FLT_MAX), _CMP_NLE_US)));
+  if (other == 0xFF) return other;
+  const __m256 inv = _mm256_div_ps(one, _mm256_sqrt_ps(n2));
+  const __m256 qx = _mm256_mul_ps(rx, inv), qy = _mm256_mul_ps(ry, inv),
+               qz = _mm256_mul_ps(rz, inv), qw = _mm256_mul_ps(rw, inv);
+
+  const __m256 f = _mm256_set1_ps(w.f), g = _mm256_set1_ps(1 - w.f);
+  const __m256 tx = _mm256_add_ps(_mm256_mul_ps(atx, g), _mm256_mul_ps(btx, f));
+  const __m256 ty = _mm256_add_ps(_mm256_mul_ps(aty, g), _mm256_mul_ps(bty, f));
+  const __m256 tz = _mm256_add_ps(_mm256_mul_ps(atz, g), _mm256_mul_ps(btz, f));
+  const __m256 s = _mm256_mul_ps(_mm256_add_ps(_mm256_mul_ps(ak, g), _mm256_mul_ps(bk, f)),
+                                 _mm256_add_ps(_mm256_mul_ps(af, g), _mm256_mul_ps(bf, f)));
+  const __m256 xx = _mm256_mul_ps(qx, qx), yy = _mm256_mul_ps(qy, qy), zz = _mm256_mul_ps(qz, qz);
+  const __m256 xy = _mm256_mul_ps(qx, qy), xz = _mm256_mul_ps(qx, qz), yz = _mm256_mul_ps(qy, qz);
+  const __m256 wx = _mm256_mul_ps(qw, qx), wy = _mm256_mul_ps(qw, qy), wz = _mm256_mul_ps(qw, qz);
+  const __m256 s2 = _mm256_mul_ps(_mm256_set1_ps(2.0f), s);
+  __m256 m00 = _mm256_sub_ps(s, _mm256_mul_ps(s2, _mm256_add_ps(yy, zz)));
+  __m256 m01 = _mm256_mul_ps(s2, _mm256_add_ps(xy, wz));
+  __m256 m02 = _mm256_mul_ps(s2, _mm256_sub_ps(xz, wy));
+  __m256 m10 = _mm256_mul_ps(s2, _mm256_sub_ps(xy, wz));
+  __m256 m11 = _mm256_sub_ps(s, _mm256_mul_ps(s2, _mm256_add_ps(xx, zz)));
+  __m256 m12 = _mm256_mul_ps(s2, _mm256_add_ps(yz, wx));
+  __m256 m20 = _mm256_mul_ps(s2, _mm256_add_ps(xz, wy));
+  __m256 m21 = _mm256_mul_ps(s2, _mm256_sub_ps(yz, wx));
+  __m256 m22 = _mm256_sub_ps(s, _mm256_mul_ps(s2, _mm256_add_ps(xx, yy)));
+  __m256 t0 = tx, t1 = ty, t2 = tz;
+  Transpose4x2(m00, m01, m02, m10);
+  Transpose4x2(m11, m12, m20, m21);
+  Transpose4x2(m22, t0, t1, t2);
+  const __m256 rows[4][3] = {{m00, m11, m22}, {m01, m12, t0}, {m02, m20, t1}, {m10, m21, t2}};
+  for (int i = 0; i < 4; ++i)
+    for (int j = 0; j < 3; ++j) {
+      _mm_storeu_ps(out[i] + 4 * j, _mm256_castps256_ps128(rows[i][j]));
+      _mm_storeu_ps(out[i + 4] + 4 * j, _mm256_extractf128_ps(rows[i][j], 1));
+    }
+  return other;
+}
+
+// Groups of eight as BlendAffinePartsMany does groups of four.
+KV_BLEND_AVX_TARGET void BlendManyAvx(const AffineParts* const* a, const AffineParts* const* b,
+                                      std::size_t count, const SlerpWeights& w,
+                                      Matrix3* const* out) {
+  for (std::size_t i = 0; i < count; i += 8) {
+    const AffineParts* pa[8];
+    const AffineParts* pb[8];
+    const std::size_t lanes = std::min<std::size_t>(8, count - i);
+    for (std::size_t l = 0; l < 8; ++l) {
+      pa[l] = a[i + std::min(l, lanes - 1)];
+      pb[l] = b[i + std::min(l, lanes - 1)];
+    }
+    float spare[8][12];
+    float* m[8];
+    for (std::size_t l = 0; l < 8; ++l)
+      m[l] = l < lanes ? reinterpret_cast<float*>(out[i + l]) : spare[l];
+    const int other = Blend8(pa, pb, w, m);
+    if (other != 0)
+      for (std::size_t l = 0; l < lanes; ++l)
+        if (other >> l & 1) *out[i + l] = BlendAffineParts(*pa[l], *pb[l], w);
+  }
+}
+#endif
+
 }  // namespace
 #endif
 
 void BlendAffinePartsMany(const AffineParts* const* a, const AffineParts* const* b,
                           std::size_t count, const SlerpWeights& w, Matrix3* const* out) {
   std::size_t i = 0;
+#if defined(KV_BLEND_AVX)
+  if (count > 4 && HasAvxBlend()) return BlendManyAvx(a, b, count, w, out);
+#endif
 #if KV_BLEND_SSE
   for (; i < count; i += 4) {
     // A last group of fewer than four repeats its last element in the spare lanes.

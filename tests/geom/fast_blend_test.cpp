@@ -108,8 +108,9 @@ TEST(BlendAffineParts, SharedWeightsEqualFreshOnes) {
 
 TEST(BlendAffineParts, ManyAtOnceEqualOneByOneBitForBit) {
   // Batches mix every kind of motion, steps that leave the series, a sign flip between the
-  // samples, equal samples and degenerate parts, in every batch length through three groups of
-  // four, so each lane falls back on its own and the spare lanes of a last group are ignored.
+  // samples, equal samples and degenerate parts, in every batch length through two groups of
+  // eight (or five of four), so each lane falls back on its own and the spare lanes of a last
+  // group are ignored.
   Random rnd;
   const Kind kinds[] = {Kind::Rigid, Kind::Uniform, Kind::Mirrored, Kind::Stretched};
   const float steps[] = {0.01f, 0.5f, 1.8f, 3.1f};
@@ -129,7 +130,7 @@ TEST(BlendAffineParts, ManyAtOnceEqualOneByOneBitForBit) {
   pb[10].k = {0, 0, 0};
   for (float f : {0.0f, 0.25f, rnd.Uniform(0, 1), 0.9999f}) {
     const SlerpWeights w(f);
-    for (size_t count = 0; count <= 13; ++count)
+    for (size_t count = 0; count <= 20; ++count)
       for (size_t first = 0; first + count <= pa.size(); first += 13) {
         std::vector<const AffineParts*> a, b;
         std::vector<Matrix3> got(count + 1, ScaleMatrix({7, 7, 7}));
