@@ -10,6 +10,8 @@
 #include <random>
 #include <vector>
 
+#include "host/standalone/rotation_lanes_avx2.h"
+
 namespace kv::standalone {
 namespace {
 
@@ -234,74 +236,84 @@ TEST(Controls, SamplerGivesTheControllersValuesBitForBit) {
   std::uniform_int_distribution<int> gap(1, 90);
   const ControlKind kinds[] = {ControlKind::Float,  ControlKind::Point2,   ControlKind::Position,
                                ControlKind::Point4, ControlKind::Rotation, ControlKind::Scale};
-  for (ControlKind kind : kinds) {
-    for (Interp ip : {Interp::Step, Interp::Linear, Interp::Bezier, Interp::TCB}) {
-      for (int keys : {1, 2, 3, 9}) {
-        auto c = MakeControl(kind, ip, nullptr);
-        TimeValue t = 0;
-        for (int k = 0; k < keys; ++k, t += gap(rng)) {
-          const Point3 p{u(rng), u(rng), u(rng)};
-          switch (kind) {
-            case ControlKind::Float:
-              c->SetValue(t, p.x, true);
-              break;
-            case ControlKind::Point2:
-              c->SetValue(t, Point2{p.x, p.y}, true);
-              break;
-            case ControlKind::Point4:
-              c->SetValue(t, Point4{p.x, p.y, p.z, u(rng)}, true);
-              break;
-            case ControlKind::Rotation:
-              c->SetValue(t, Quat(AngAxis{p.Normalized(), 3 * u(rng)}), true);
-              break;
-            case ControlKind::Scale:
-              c->SetValue(t, host::ScaleValue{p, Quat(AngAxis{{0, 0, 1}, u(rng)})}, true);
-              break;
-            default:
-              c->SetValue(t, p, true);
-              break;
+  // Rotations sample eight at a time where the processor allows, else four: both.
+  for (const bool wide : {true, false})
+    for (ControlKind kind : kinds) {
+#if KV_ROTATION_AVX2
+      lanes::Avx2Allowed() = wide;
+#else
+      (void)wide;
+#endif
+      for (Interp ip : {Interp::Step, Interp::Linear, Interp::Bezier, Interp::TCB}) {
+        for (int keys : {1, 2, 3, 9}) {
+          auto c = MakeControl(kind, ip, nullptr);
+          TimeValue t = 0;
+          for (int k = 0; k < keys; ++k, t += gap(rng)) {
+            const Point3 p{u(rng), u(rng), u(rng)};
+            switch (kind) {
+              case ControlKind::Float:
+                c->SetValue(t, p.x, true);
+                break;
+              case ControlKind::Point2:
+                c->SetValue(t, Point2{p.x, p.y}, true);
+                break;
+              case ControlKind::Point4:
+                c->SetValue(t, Point4{p.x, p.y, p.z, u(rng)}, true);
+                break;
+              case ControlKind::Rotation:
+                c->SetValue(t, Quat(AngAxis{p.Normalized(), 3 * u(rng)}), true);
+                break;
+              case ControlKind::Scale:
+                c->SetValue(t, host::ScaleValue{p, Quat(AngAxis{{0, 0, 1}, u(rng)})}, true);
+                break;
+              default:
+                c->SetValue(t, p, true);
+                break;
+            }
+            if (ip == Interp::TCB) c->SetKeyTCB(k, u(rng) * 0.5f, u(rng) * 0.5f, u(rng) * 0.5f);
           }
-          if (ip == Interp::TCB) c->SetKeyTCB(k, u(rng) * 0.5f, u(rng) * 0.5f, u(rng) * 0.5f);
-        }
-        if (ip == Interp::Bezier && keys == 9 && kind != ControlKind::Scale)
-          SetKeyTangents(*c, 4, c->GetValue(2), c->GetValue(3));  // explicit on one key
-        std::vector<TimeValue> times;
-        for (TimeValue s = -20; s < t + 20; s += 7) times.push_back(s);
-        const auto sampler = c->MakeSampler(times);
-        ASSERT_TRUE(sampler);
-        const size_t w = size_t(sampler->Width());
-        ASSERT_EQ(Components(c->GetValue(0)).size(), w);
-        std::vector<float> got(times.size() * w);
-        sampler->Sample(got.data());
-        for (size_t j = 0; j < times.size(); ++j)
-          ASSERT_TRUE(SameBits(Components(c->GetValue(times[j])), &got[j * w])) << times[j];
+          if (ip == Interp::Bezier && keys == 9 && kind != ControlKind::Scale)
+            SetKeyTangents(*c, 4, c->GetValue(2), c->GetValue(3));  // explicit on one key
+          std::vector<TimeValue> times;
+          for (TimeValue s = -20; s < t + 20; s += 7) times.push_back(s);
+          const auto sampler = c->MakeSampler(times);
+          ASSERT_TRUE(sampler);
+          const size_t w = size_t(sampler->Width());
+          ASSERT_EQ(Components(c->GetValue(0)).size(), w);
+          std::vector<float> got(times.size() * w);
+          sampler->Sample(got.data());
+          for (size_t j = 0; j < times.size(); ++j)
+            ASSERT_TRUE(SameBits(Components(c->GetValue(times[j])), &got[j * w])) << times[j];
 
-        // Without each key in turn, over the window it may change, then for good.
-        for (int i = keys - 1; i >= 0; --i) {
-          auto without = c->Clone();
-          without->DeleteKey(i);
-          const int n = c->NumKeys();
-          const TimeValue from = i >= 2 ? c->GetKeyTime(i - 2) : kTimeNegInfinity;
-          const TimeValue to = i + 2 < n ? c->GetKeyTime(i + 2) : kTimePosInfinity;
-          size_t lo = 0, hi = 0;
-          while (lo < times.size() && times[lo] < from) ++lo;
-          for (hi = lo; hi < times.size() && times[hi] < to;) ++hi;
-          sampler->SampleWithout(i, lo, hi, got.data());
-          for (size_t j = lo; j < hi; ++j)
-            ASSERT_TRUE(SameBits(Components(without->GetValue(times[j])), &got[(j - lo) * w]))
-                << "without " << i << " at " << times[j];
-          if (i % 2 == 0) {
-            sampler->DeleteKey(i);
-            c->DeleteKey(i);
-            ASSERT_EQ(sampler->NumKeys(), c->NumKeys());
+          // Without each key in turn, over the window it may change, then for good.
+          for (int i = keys - 1; i >= 0; --i) {
+            auto without = c->Clone();
+            without->DeleteKey(i);
+            const int n = c->NumKeys();
+            const TimeValue from = i >= 2 ? c->GetKeyTime(i - 2) : kTimeNegInfinity;
+            const TimeValue to = i + 2 < n ? c->GetKeyTime(i + 2) : kTimePosInfinity;
+            size_t lo = 0, hi = 0;
+            while (lo < times.size() && times[lo] < from) ++lo;
+            for (hi = lo; hi < times.size() && times[hi] < to;) ++hi;
+            sampler->SampleWithout(i, lo, hi, got.data());
+            for (size_t j = lo; j < hi; ++j)
+              ASSERT_TRUE(SameBits(Components(without->GetValue(times[j])), &got[(j - lo) * w]))
+                  << "without " << i << " at " << times[j];
+            if (i % 2 == 0) {
+              sampler->DeleteKey(i);
+              c->DeleteKey(i);
+              ASSERT_EQ(sampler->NumKeys(), c->NumKeys());
+            }
           }
+          sampler->Sample(got.data());
+          for (size_t j = 0; j < times.size(); ++j)
+            ASSERT_TRUE(SameBits(Components(c->GetValue(times[j])), &got[j * w])) << times[j];
         }
-        sampler->Sample(got.data());
-        for (size_t j = 0; j < times.size(); ++j)
-          ASSERT_TRUE(SameBits(Components(c->GetValue(times[j])), &got[j * w])) << times[j];
       }
     }
-  }
+#if KV_ROTATION_AVX2
+  lanes::Avx2Allowed() = true;
+#endif
   EXPECT_EQ(MakeControl(ControlKind::Matrix, nullptr)->MakeSampler({}), nullptr);
   EXPECT_EQ(MakeControl(ControlKind::PRS, nullptr)->MakeSampler({}), nullptr);
 }

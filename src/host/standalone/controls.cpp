@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "geom/affine.h"
+#include "host/standalone/rotation_lanes.h"
+#include "host/standalone/rotation_lanes_avx2.h"
 #include "host/standalone/undo_stack.h"
 
 namespace kv::standalone {
@@ -29,26 +31,32 @@ using host::ScaleValue;
 
 // ---- quaternion helpers in the Hamilton product (a then b as matrices is Ham(b, a))
 
-Quat Ham(const Quat& a, const Quat& b) {
+KV_HOT Quat Ham(const Quat& a, const Quat& b) {
   return {
       a.w * b.x + a.x * b.w + a.y * b.z - a.z * b.y, a.w * b.y - a.x * b.z + a.y * b.w + a.z * b.x,
       a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w, a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z};
 }
 
+KV_HOT lanes::QuatL<float> Lanes(const Quat& q) {
+  return {q.x, q.y, q.z, q.w};
+}
+KV_HOT Quat FromLanes(const lanes::QuatL<float>& q) {
+  return {q.x, q.y, q.z, q.w};
+}
+
 KV_HOT Quat Unit(const Quat& q) {
-  const float l = std::sqrt(q.Dot(q));
-  return l > 0 ? Quat{q.x / l, q.y / l, q.z / l, q.w / l} : Quat{};
+  return FromLanes(lanes::Unit(Lanes(q)));
 }
 
 // Logarithm of a unit quaternion: half the rotation angle times the axis.
-Point3 QLog(const Quat& q) {
+KV_HOT Point3 QLog(const Quat& q) {
   const Point3 v{q.x, q.y, q.z};
   const float s = v.Length();
   if (s < 1e-9f) return v;
   return v * (std::atan2(s, q.w) / s);
 }
 
-Quat QExp(const Point3& v) {
+KV_HOT Quat QExp(const Point3& v) {
   const float a = v.Length();
   if (a < 1e-9f) return Unit({v.x, v.y, v.z, 1});
   const Point3 u = v * (std::sin(a) / a);
@@ -57,38 +65,21 @@ Quat QExp(const Point3& v) {
 
 // Slerp without choosing the shorter arc: squad needs its inner arcs as they are. The arc's
 // angle is kept apart from the blend, so that a segment sampled many times measures it once.
-struct Arc {
-  Quat a, b;
-  float th = 0, sinTh = 0, cosTh = 1;
-};
+using Arc = lanes::ArcL<float>;
 
 KV_HOT Arc MakeArc(const Quat& a, const Quat& b) {
-  const float d = std::clamp(a.Dot(b), -1.0f, 1.0f);
-  const float th = std::acos(d);
-  return {a, b, th, std::sin(th), d};
+  return lanes::MakeArc(Lanes(a), Lanes(b));
 }
 
 KV_HOT Quat Along(const Arc& c, float s) {
-  float wa = 1 - s, wb = s;
-  if (c.sinTh > 1e-6f) {
-    // Both weights from one sine and cosine, sin((1 - s)θ) = sinθ cos sθ - cosθ sin sθ, and
-    // without their common factor 1 / sinθ, which the normalisation below takes out anyway:
-    // every rotation sample blends three arcs, so this is most of a sample's cost.
-    const float x = s * c.th;
-    const float sn = std::sin(x), cs = std::cos(x);
-    wa = c.sinTh * cs - c.cosTh * sn;
-    wb = sn;
-  }
-  const Quat& a = c.a;
-  const Quat& b = c.b;
-  return Unit({a.x * wa + b.x * wb, a.y * wa + b.y * wb, a.z * wa + b.z * wb, a.w * wa + b.w * wb});
+  return FromLanes(lanes::Along(c, s));
 }
 
 KV_HOT Quat SlerpRaw(const Quat& a, const Quat& b, float s) {
   return Along(MakeArc(a, b), s);
 }
 
-Quat ClosestTo(const Quat& q, const Quat& to) {
+KV_HOT Quat ClosestTo(const Quat& q, const Quat& to) {
   return q.Dot(to) < 0 ? -q : q;
 }
 
@@ -401,6 +392,91 @@ struct ArcPoint {
   Quat q;
 };
 
+// A squad segment at `count` fractions, four at a time where the vector unit allows, into
+// `out` as x, y, z, w each: bit for bit EvalSegment at each fraction.
+void SquadRun(const RotSegment& r, const float* s, size_t count, float* out) {
+  size_t j = 0;
+  // A last partial block goes through the vector unit too, its spare lanes repeating the
+  // last fraction, unless a single time is left.
+  constexpr size_t kOne = 1;
+#if KV_ROTATION_AVX2
+  if (count > kOne && lanes::HasAvx2()) {
+    auto flat = [](const Arc& c, float* f) {
+      const float v[11] = {c.a.x, c.a.y, c.a.z, c.a.w,   c.b.x,  c.b.y,
+                           c.b.z, c.b.w, c.th,  c.sinTh, c.cosTh};
+      std::copy(v, v + 11, f);
+    };
+    float outer[11], inner[11];
+    flat(r.outer, outer);
+    flat(r.inner, inner);
+    j = lanes::SquadRunAvx2(outer, inner, s, count, out);
+    out += 4 * j;
+    if (count - j > kOne) {
+      float f[8], q[32];
+      for (size_t m = 0; m < 8; ++m) f[m] = s[std::min(j + m, count - 1)];
+      lanes::SquadRunAvx2(outer, inner, f, 8, q);
+      std::copy(q, q + 4 * (count - j), out);
+      out += 4 * (count - j);
+      j = count;
+    }
+  }
+#endif
+#if KV_ROTATION_LANES
+  using lanes::F4;
+  auto wide = [](const Arc& c) {
+    auto q = [](const lanes::QuatL<float>& p) {
+      return lanes::QuatL<F4>{F4(p.x), F4(p.y), F4(p.z), F4(p.w)};
+    };
+    return lanes::ArcL<F4>{q(c.a), q(c.b), F4(c.th), F4(c.sinTh), F4(c.cosTh)};
+  };
+  const lanes::ArcL<F4> outer = wide(r.outer), inner = wide(r.inner);
+  for (; j + kOne < count; j += 4, out += 16) {
+    float f[4], q[16];
+    for (size_t m = 0; m < 4; ++m) f[m] = s[std::min(j + m, count - 1)];
+    const F4 x(_mm_loadu_ps(f));
+    const lanes::QuatL<F4> o = lanes::Along(outer, x), i = lanes::Along(inner, x);
+    lanes::QuatL<F4> v = lanes::Along(lanes::MakeArc(o, i), F4(2.0f) * x * (F4(1.0f) - x));
+    _MM_TRANSPOSE4_PS(v.x.v, v.y.v, v.z.v, v.w.v);
+    _mm_storeu_ps(q, v.x.v);
+    _mm_storeu_ps(q + 4, v.y.v);
+    _mm_storeu_ps(q + 8, v.z.v);
+    _mm_storeu_ps(q + 12, v.w.v);
+    const size_t take = std::min<size_t>(4, count - j);
+    std::copy(q, q + 4 * take, out);
+    if (take < 4) {
+      out += 4 * take;
+      j = count;
+      break;
+    }
+  }
+#endif
+  for (; j < count; ++j, out += 4) Sampled<Quat>::Put(EvalSegment(r, s[j]), out);
+}
+
+// A cubic segment of points at `count` fractions, four at a time where the vector unit
+// allows, into `out` as x, y, z each: bit for bit EvalSegment at each fraction.
+void HermiteRun(const VecSegment<Point3>& g, const float* s, size_t count, float* out) {
+  size_t j = 0;
+#if KV_ROTATION_LANES
+  using lanes::F4;
+  for (; j + 4 <= count; j += 4, out += 12) {
+    const F4 f(_mm_loadu_ps(s + j));
+    const F4 s2 = f * f, s3 = s2 * f;
+    const F4 h0 = F4(2.0f) * s3 - F4(3.0f) * s2 + F4(1.0f), h1 = s3 - F4(2.0f) * s2 + f;
+    const F4 h2 = F4(-2.0f) * s3 + F4(3.0f) * s2, h3 = s3 - s2;
+    auto blend = [&](float p0, float m0, float p1, float m1) {
+      return (F4(p0) * h0 + F4(m0) * h1 + F4(p1) * h2 + F4(m1) * h3).v;
+    };
+    alignas(16) float x[4], y[4], z[4];
+    _mm_store_ps(x, blend(g.p0.x, g.m0.x, g.p1.x, g.m1.x));
+    _mm_store_ps(y, blend(g.p0.y, g.m0.y, g.p1.y, g.m1.y));
+    _mm_store_ps(z, blend(g.p0.z, g.m0.z, g.p1.z, g.m1.z));
+    for (int l = 0; l < 4; ++l) out[3 * l] = x[l], out[3 * l + 1] = y[l], out[3 * l + 2] = z[l];
+  }
+#endif
+  for (; j < count; ++j, out += 3) Sampled<Point3>::Put(EvalSegment(g, s[j]), out);
+}
+
 // Samples the keys k[0..n) at `times` (ascending) as Evaluate would, where `front` and `back`
 // say whether those keys begin and end the track: beyond an end that is not the track's, the
 // times must not reach. Each segment is worked out once, however many times fall in it.
@@ -412,6 +488,7 @@ void SampleKeys(const Key<T>* k, size_t n, bool front, bool back, Interp ip,
   auto get = [](const T& v) { return S::Part(v); };
   decltype(MakeSampledSegment(k, n, ip, 0, get)) seg{};
   size_t i = 0, made = n;  // segment i; `made`: the one in `seg`
+  [[maybe_unused]] float fractions[64];
   for (size_t j = 0; j < times.size(); ++j, out += S::kWidth) {
     const TimeValue t = times[j];
     if (n < 2 || (front && t <= k[0].t)) {
@@ -424,9 +501,35 @@ void SampleKeys(const Key<T>* k, size_t n, bool front, bool back, Interp ip,
     }
     while (i + 2 < n && k[i + 1].t <= t) ++i;
     if (made != i) seg = MakeSampledSegment(k, n, ip, i, get), made = i;
+    // Runs of times in one squad or cubic segment go through the vector unit, a block at a
+    // time.
+    bool run = false;
+    if constexpr (std::is_same_v<T, Quat>)
+      run = seg.form == RotSegment::Form::Squad;
+    else if constexpr (std::is_same_v<decltype(seg), VecSegment<Point3>>)
+      run = seg.ip == Interp::Bezier || seg.ip == Interp::TCB;
+    if (run) {
+      const TimeValue end = i + 2 >= n ? kTimePosInfinity : k[i + 1].t;
+      const TimeValue stop = back ? std::min(end, k[n - 1].t) : end;
+      size_t e = j + 1;
+      const size_t most = std::min(times.size(), j + std::size(fractions));
+      while (e < most && times[e] < stop) ++e;
+      // As SegmentFraction, in a loop the compiler can widen.
+      const TimeValue t0 = k[i].t;
+      const double len = static_cast<double>(k[i + 1].t - t0);
+      for (size_t m = j; m < e; ++m)
+        fractions[m - j] = static_cast<float>(static_cast<double>(times[m] - t0) / len);
+      if constexpr (std::is_same_v<T, Quat>)
+        SquadRun(seg, fractions, e - j, out);
+      else if constexpr (std::is_same_v<decltype(seg), VecSegment<Point3>>)
+        HermiteRun(seg, fractions, e - j, out);
+      out += (e - j - 1) * S::kWidth;
+      j = e - 1;
+      continue;
+    }
     const float s = SegmentFraction(k, i, t);
     if constexpr (std::is_same_v<T, Quat>) {
-      if (arcs && (seg.form == RotSegment::Form::Slerp || seg.form == RotSegment::Form::Squad)) {
+      if (arcs && seg.form == RotSegment::Form::Slerp) {
         ArcPoint& p = arcs[j];
         if (p.a != k[i].t || p.b != k[i + 1].t) p = {k[i].t, k[i + 1].t, Along(seg.outer, s)};
         S::Put(EvalSegment(seg, s, p.q), out);
