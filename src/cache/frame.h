@@ -79,6 +79,9 @@ struct FrameScratch {
   // blends it. Filled by the sampling pass, read by the frame assembly.
   static constexpr uint8_t kWantSample = 1, kWantParts = 2;
   std::vector<uint8_t> wanted;
+  // Whether the sampling pass saw an element removed or not shown: without one, and with
+  // every block visible, no element leaves the frame.
+  bool anyGone = true;
   void Reset() { readerGeneration = 0; }
 };
 

@@ -156,6 +156,7 @@ class kvCacheReader : public kvCacheBase {
   struct SampleBlock {
     std::vector<kv::Matrix3> tm;
     std::vector<uint8_t> visible;
+    bool allVisible = true;              // no 0 in `visible`
     std::vector<kv::AffineParts> parts;  // decomposed on first blend
     uint64_t lastUse = 0;                // the frame that last wanted it
   };

@@ -121,6 +121,7 @@ bool kvCacheReader::LoadSample(int32_t s, bool keepFileOpen) {
     block->tm[i] = kv::Matrix3({m[0], m[1], m[2]}, {m[3], m[4], m[5]}, {m[6], m[7], m[8]},
                                {m[9], m[10], m[11]});
     block->visible[i] = p[48] != 0;
+    block->allVisible &= p[48] != 0;
   }
   block->lastUse = useClock_;
   blocks_[size_t(s)] = std::move(block);
@@ -162,6 +163,7 @@ bool kvCacheReader::LoadSamplesForElements(std::span<ElementFrameState> states,
   const size_t first = element < 0 ? 0 : size_t(element);
   const size_t count = element < 0 ? elements_.size() : (element < NumElements() ? 1 : 0);
   uint8_t* wanted = scratch.wanted.data();
+  std::atomic<bool> anyGone{false};
   ForRanges(count, kMapGrain, [&](size_t begin, size_t end) {
     // Elements mostly share a few cache times (one per group rule, say): the mappings of the
     // last few distinct times are kept, and an element with one of them takes it as it is
@@ -178,12 +180,15 @@ bool kvCacheReader::LoadSamplesForElements(std::span<ElementFrameState> states,
     uint32_t lastTime = 0;
     bool haveLast = false;
     Mapping last{};
-    for (size_t e = first + begin; e < first + end; ++e) {
+    bool removed = false, hidden = false;
+    const size_t stop = first + end;
+    for (size_t e = first + begin; e < stop; ++e) {
       ElementFrameState& r = st[e];
       const uint32_t time = std::bit_cast<uint32_t>(r.time);
+      removed |= r.removed;
       if (haveLast && time == lastTime) {
         SetMapping(r, last);
-        continue;  // its samples are already wanted
+        continue;  // its samples are already wanted, and it is shown as that one is
       }
       const ElementFrameState* prev = nullptr;
       for (int k = 0; k < kRecent; ++k)
@@ -199,6 +204,7 @@ bool kvCacheReader::LoadSamplesForElements(std::span<ElementFrameState> states,
         continue;
       }
       MapTimeToSamples(s, r);
+      hidden |= !r.shown;
       last = GetMapping(r);
       recent[next] = &r;
       recentTime[next] = time;
@@ -218,7 +224,9 @@ bool kvCacheReader::LoadSamplesForElements(std::span<ElementFrameState> states,
         std::atomic_ref<uint8_t>(wanted[r.sampleB]).fetch_or(flag, std::memory_order_relaxed);
       }
     }
+    if (removed || hidden) anyGone.store(true, std::memory_order_relaxed);
   });
+  scratch.anyGone = anyGone.load();
   // "Pre-Load" holds every block. The others keep what they played while it fits a budget,
   // so that scrubbing back over it reads nothing, but a cache of a hundred thousand elements
   // must not end up holding every sample it ever showed.
@@ -388,7 +396,15 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
   // place instead, so that the topology survives from frame to frame.
   if (candidate_.GetSize() != n) candidate_.SetSize(n, false);
   std::atomic<int64_t> goneFaces{0};
-  if (s.playbackIdle) {
+  // Nothing leaves when no element is removed or hidden and every block played shows all.
+  bool mayLeave = scratch.anyGone;
+  for (size_t sample = 0; sample < scratch.wanted.size() && !mayLeave && s.deleteInvisible;
+       ++sample)
+    if (scratch.wanted[sample]) {
+      const SampleBlock* block = Block(int32_t(sample));
+      mayLeave = !block || !block->allVisible;
+    }
+  if (s.playbackIdle && mayLeave) {
     ForRanges(words, grain, [&](size_t w0, size_t w1) {
       int32_t lastA = -1;
       const uint8_t* visible = nullptr;

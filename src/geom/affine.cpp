@@ -543,7 +543,7 @@ KV_BLEND_AVX_TARGET inline __m256 NotEqual8(__m256 x, __m256 y) {
 
 // Blend4 for eight elements, lane i holding element i: the same operations in the same order.
 KV_BLEND_AVX_TARGET int Blend8(const AffineParts* const* a, const AffineParts* const* b,
-                               const SlerpWeights& w, float* const* out) {
+                               const SlerpWeights& w, Matrix3* const* out) {
   __m256 atx, aty, atz, at3, btx, bty, btz, bt3;
   Load8(a, 0, atx, aty, atz, at3);
   Load8(b, 0, btx, bty, btz, bt3);
@@ -616,8 +616,9 @@ KV_BLEND_AVX_TARGET int Blend8(const AffineParts* const* a, const AffineParts* c
   const __m256 rows[4][3] = {{m00, m11, m22}, {m01, m12, t0}, {m02, m20, t1}, {m10, m21, t2}};
   for (int i = 0; i < 4; ++i)
     for (int j = 0; j < 3; ++j) {
-      _mm_storeu_ps(out[i] + 4 * j, _mm256_castps256_ps128(rows[i][j]));
-      _mm_storeu_ps(out[i + 4] + 4 * j, _mm256_extractf128_ps(rows[i][j], 1));
+      _mm_storeu_ps(reinterpret_cast<float*>(out[i]) + 4 * j, _mm256_castps256_ps128(rows[i][j]));
+      _mm_storeu_ps(reinterpret_cast<float*>(out[i + 4]) + 4 * j,
+                    _mm256_extractf128_ps(rows[i][j], 1));
     }
   return other;
 }
@@ -626,23 +627,28 @@ KV_BLEND_AVX_TARGET int Blend8(const AffineParts* const* a, const AffineParts* c
 KV_BLEND_AVX_TARGET void BlendManyAvx(const AffineParts* const* a, const AffineParts* const* b,
                                       std::size_t count, const SlerpWeights& w,
                                       Matrix3* const* out) {
-  for (std::size_t i = 0; i < count; i += 8) {
-    const AffineParts* pa[8];
-    const AffineParts* pb[8];
-    const std::size_t lanes = std::min<std::size_t>(8, count - i);
-    for (std::size_t l = 0; l < 8; ++l) {
-      pa[l] = a[i + std::min(l, lanes - 1)];
-      pb[l] = b[i + std::min(l, lanes - 1)];
-    }
-    float spare[8][12];
-    float* m[8];
-    for (std::size_t l = 0; l < 8; ++l)
-      m[l] = l < lanes ? reinterpret_cast<float*>(out[i + l]) : spare[l];
-    const int other = Blend8(pa, pb, w, m);
+  std::size_t i = 0;
+  for (; i + 8 <= count; i += 8) {
+    const int other = Blend8(a + i, b + i, w, out + i);
     if (other != 0)
-      for (std::size_t l = 0; l < lanes; ++l)
-        if (other >> l & 1) *out[i + l] = BlendAffineParts(*pa[l], *pb[l], w);
+      for (std::size_t l = 0; l < 8; ++l)
+        if (other >> l & 1) *out[i + l] = BlendAffineParts(*a[i + l], *b[i + l], w);
   }
+  if (i == count) return;
+  // A last group of fewer than eight repeats its last element in the spare lanes.
+  const AffineParts* pa[8];
+  const AffineParts* pb[8];
+  const std::size_t lanes = count - i;
+  for (std::size_t l = 0; l < 8; ++l) {
+    pa[l] = a[i + std::min(l, lanes - 1)];
+    pb[l] = b[i + std::min(l, lanes - 1)];
+  }
+  Matrix3 spare[8];
+  Matrix3* m[8];
+  for (std::size_t l = 0; l < 8; ++l) m[l] = l < lanes ? out[i + l] : &spare[l];
+  const int other = Blend8(pa, pb, w, m);
+  for (std::size_t l = 0; l < lanes; ++l)
+    if (other >> l & 1) *out[i + l] = BlendAffineParts(*pa[l], *pb[l], w);
 }
 #endif
 
