@@ -156,7 +156,6 @@ void kvCacheReader::Release() {
   elements_.clear();
   elements_.shrink_to_fit();
   channelArena_ = {};
-  matIdArena_ = {};
   totalVerts_ = totalFaces_ = 0;
   channelTotals_.clear();
   lowChannel_ = highChannel_ = kNoChannel;
@@ -355,7 +354,6 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
   // 2. Geometry blocks, straight into the combined mesh, element by element.
   ReserveLarge(combined_.verts, size_t(totalVerts_));
   ReserveLarge(combined_.faces, size_t(totalFaces_));
-  ReserveLarge(matIdArena_, size_t(totalFaces_));
   combined_.faceSel.SetSize(int(totalFaces_), false);
   if (anyNormals_) ReserveLarge(combined_.specNormals, size_t(totalFaces_) * 3);
   // Faces are parsed in batches that fit the window.
@@ -364,7 +362,6 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
     kv::Point3* verts = Grow(combined_.verts, size_t(el.numVerts));
     if (!in.ReadRaw(verts, size_t(el.numVerts) * kPointSize)) return false;
     kv::Face* faces = Grow(combined_.faces, size_t(el.numFaces));
-    uint16_t* matIds = Grow(matIdArena_, size_t(el.numFaces));
     kv::Point3* normals =
         anyNormals_ ? Grow(combined_.specNormals, size_t(el.numFaces) * 3) : nullptr;
     const uint32_t base = uint32_t(el.vertOffset);
@@ -375,7 +372,6 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
       for (int32_t f = f0; f < f1; ++f, p += faceSize) {
         kv::Face& face = faces[f];
         const uint16_t matId = LoadLE<uint16_t>(p);
-        matIds[f] = matId;
         face.smGroup = LoadLE<uint32_t>(p + 2);
         face.flags = (p[6] & kv::kEdgeAll) | uint32_t{matId} << 16;
         if (p[7]) combined_.faceSel.Set(el.faceOffset + f);
@@ -398,7 +394,9 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
     }
   }
   for (CacheElement& el : elements_)
-    el.matIds = {matIdArena_.data() + el.faceOffset, size_t(el.numFaces)};
+    el.matIds =
+        std::span<const kv::Face>(combined_.faces.data() + el.faceOffset, size_t(el.numFaces)) |
+        std::views::transform(FaceMatId{});
 
   // 3. Map channel blocks, per channel ascending, per element carrying it.
   if (highChannel_ != kNoChannel) {

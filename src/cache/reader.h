@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <ranges>
 #include <span>
 #include <string>
 #include <utility>
@@ -25,6 +26,11 @@ class MtlLib;
 
 namespace KelvaneTools {
 
+// A face's material id, as the views of CacheElement::matIds give it.
+struct FaceMatId {
+  uint16_t operator()(const kv::Face& f) const { return f.getMatID(); }
+};
+
 // One element of an open cache.
 struct CacheElement {
   std::string name;  // UTF-8
@@ -36,9 +42,11 @@ struct CacheElement {
   int32_t lowChannel = kNoChannel;
   int32_t highChannel = kNoChannel;
   bool hasNormals = false;
-  std::span<const uint16_t> matIds;  // every face's material id, in face order
-  int32_t vertOffset = 0;            // first vertex in the combined mesh
-  int32_t faceOffset = 0;            // first face in the combined mesh
+  // Every face's material id, in face order: read from the combined mesh's faces, which hold
+  // it anyway (a copy would add a twentieth to the index an open builds).
+  std::ranges::transform_view<std::span<const kv::Face>, FaceMatId> matIds;
+  int32_t vertOffset = 0;  // first vertex in the combined mesh
+  int32_t faceOffset = 0;  // first face in the combined mesh
 
   bool HasChannel(int ch) const;
 };
@@ -182,7 +190,6 @@ class kvCacheReader : public kvCacheBase {
   // What the elements' views point at: one array each for the whole file instead of a small
   // allocation per element.
   std::vector<std::pair<int32_t, int32_t>> channelArena_;
-  std::vector<uint16_t> matIdArena_;
   int64_t totalVerts_ = 0, totalFaces_ = 0;
   std::map<int32_t, int64_t> channelTotals_;
   int32_t lowChannel_ = kNoChannel, highChannel_ = kNoChannel;

@@ -201,7 +201,9 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
   Out out{buf};
   const size_t faceSize = FaceRecordSize(version);
   uint64_t predicted = 0;
-  for (size_t i = 0; i < elements_.size(); ++i) {
+  const size_t n = elements_.size();
+  mapRefs_.assign(channels_.size() * n, MapRef{});
+  for (size_t i = 0; i < n; ++i) {
     const Entry& e = elements_[i];
     const kv::Mesh& m = e.mesh;
     if (i + kPrefetchAhead < elements_.size())
@@ -223,11 +225,14 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
     out.put(int32_t(m.numVerts()));
     out.put(int32_t(m.numFaces()));
     out.put(int32_t(channels_.size()));
-    for (int ch : channels_) {
-      // Every element carries every channel now; one without its own has one map vertex per
-      // vertex.
-      const bool own = e.channelBits[ch >> 6] >> (ch & 63) & 1;
-      const size_t mapVerts = own ? m.Map(ch).verts.size() : m.verts.size();
+    // Every element carries every channel now (one without its own has one zero map vertex
+    // per vertex).
+    for (size_t c = 0; c < channels_.size(); ++c) {
+      const int ch = channels_[c];
+      const kv::MapChannel& map = m.Map(ch);
+      const size_t mapVerts = map.verts.size();
+      mapRefs_[c * n + i] = {map.verts.data(), map.faces.data(), uint32_t(mapVerts),
+                             uint32_t(map.faces.size())};
       out.put(int32_t(ch));
       out.put(int32_t(mapVerts));
       predicted += mapVerts * kPointSize + size_t(m.numFaces()) * kMapFaceSize;
@@ -275,6 +280,7 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
     return false;
   }
   channels_.clear();
+  mapRefs_ = {};
   return true;
 }
 
@@ -290,50 +296,57 @@ bool kvCacheWriter::WriteElements(int version, std::vector<uint8_t>& buf, uint64
       const kv::Mesh& next = elements_[i + kPrefetchAhead].mesh;
       Prefetch(next.verts.data(), next.verts.size() * sizeof(kv::Point3));
       Prefetch(next.faces.data(), next.faces.size() * sizeof(kv::Face));
-      Prefetch(next.maps.data(), next.maps.size() * sizeof(kv::MapChannel));
     }
-    out.Reserve(m.verts.size() * kPointSize + m.faces.size() * kFaceSizeV2);
+    const size_t numFaces = m.faces.size();
+    out.Reserve(m.verts.size() * kPointSize + numFaces * kFaceSizeV2);
     out.raw(m.verts.data(), m.verts.size() * kPointSize);
-    const bool normals = m.specNormals.size() == m.faces.size() * 3;
-    const int selBits = m.faceSel.GetSize();
+    // Read once into locals: the byte stores below could alias anything, and would otherwise
+    // make every face reload them.
+    const kv::Face* faces = m.faces.data();
+    const kv::Point3* normals =
+        m.specNormals.size() == numFaces * 3 ? m.specNormals.data() : nullptr;
+    const size_t selected = std::min(numFaces, size_t(std::max(m.faceSel.GetSize(), 0)));
+    const uint16_t matIdOffset = e.matIdOffset;
     // Face records assembled straight in the buffer: the fixed 20 bytes, then the normals
     // (or the zeros standing for them).
     const size_t faceSize = FaceRecordSize(version);
     uint8_t* rec = buf.data() + out.n;
-    for (size_t f = 0; f < m.faces.size(); ++f, rec += faceSize) {
-      const kv::Face& face = m.faces[f];
-      StoreLE(rec, uint16_t(face.getMatID() + e.matIdOffset));
+    for (size_t f = 0; f < numFaces; ++f, rec += faceSize) {
+      const kv::Face& face = faces[f];
+      StoreLE(rec, uint16_t(face.getMatID() + matIdOffset));
       StoreLE(rec + 2, face.smGroup);
       rec[6] = uint8_t(face.getEdgeVisBits());
-      rec[7] = uint8_t(selBits > int(f) && m.faceSel[int(f)] ? 1 : 0);
+      rec[7] = uint8_t(f < selected && m.faceSel[int(f)] ? 1 : 0);
       std::memcpy(rec + 8, face.v, 12);
       // Fixed sizes, so that each copy is a few moves instead of a call.
       if (faceSize == kFaceSizeV1)
         std::memset(rec + kFaceFixedPart, 0, kFaceSizeV1 - kFaceFixedPart);
       else if (normals)
-        std::memcpy(rec + kFaceFixedPart, &m.specNormals[f * 3], kFaceSizeV2 - kFaceFixedPart);
+        std::memcpy(rec + kFaceFixedPart, normals + f * 3, kFaceSizeV2 - kFaceFixedPart);
       else
         std::memset(rec + kFaceFixedPart, 0, kFaceSizeV2 - kFaceFixedPart);
     }
-    out.n += m.faces.size() * faceSize;
-    written += m.verts.size() * kPointSize + m.faces.size() * FaceRecordSize(version);
+    out.n += numFaces * faceSize;
+    written += m.verts.size() * kPointSize + numFaces * faceSize;
     if (out.n >= kFlushBytes && !Flush(buf, out.n)) return false;
     if (!ReportProgress(uint32_t(i), count)) return false;
   }
-  // Map blocks, channel by channel.
-  for (int ch : channels_) {
-    for (size_t i = 0; i < elements_.size(); ++i) {
-      const Entry& e = elements_[i];
-      if (i + kPrefetchAhead < elements_.size()) {
-        const kv::MapChannel& next = elements_[i + kPrefetchAhead].mesh.Map(ch);
-        Prefetch(next.verts.data(), next.verts.size() * sizeof(kv::Point3));
-        Prefetch(next.faces.data(), next.faces.size() * sizeof(kv::TVFace));
+  // Map blocks, channel by channel, from the sources gathered with the records.
+  const size_t n = elements_.size();
+  for (size_t c = 0; c < channels_.size(); ++c) {
+    const MapRef* refs = mapRefs_.data() + c * n;
+    for (size_t i = 0; i < n; ++i) {
+      if (i + kPrefetchAhead < n) {
+        const MapRef& next = refs[i + kPrefetchAhead];
+        Prefetch(next.verts, next.numVerts * sizeof(kv::Point3));
+        Prefetch(next.faces, next.numFaces * sizeof(kv::TVFace));
       }
-      const kv::MapChannel& map = e.mesh.Map(ch);
-      out.Reserve(map.verts.size() * kPointSize + map.faces.size() * kMapFaceSize);
-      out.raw(map.verts.data(), map.verts.size() * kPointSize);
-      out.raw(map.faces.data(), map.faces.size() * kMapFaceSize);
-      written += map.verts.size() * kPointSize + map.faces.size() * kMapFaceSize;
+      const MapRef& map = refs[i];
+      const size_t vertBytes = map.numVerts * kPointSize, faceBytes = map.numFaces * kMapFaceSize;
+      out.Reserve(vertBytes + faceBytes);
+      out.raw(map.verts, vertBytes);
+      out.raw(map.faces, faceBytes);
+      written += vertBytes + faceBytes;
       if (out.n >= kFlushBytes && !Flush(buf, out.n)) return false;
       if (!ReportProgress(uint32_t(written >> progressShift_),
                           uint32_t(predicted >> progressShift_)))
@@ -371,24 +384,32 @@ bool kvCacheWriter::WriteSamples(int32_t numSamples, std::span<const ElementLife
       error_ = kErrException;
       return false;
     }
-    for (size_t i = 0; i < n; ++i) {
+    // Runs of records up to the next flush, so that the record loop itself tests nothing else.
+    for (size_t i = 0; i < n;) {
+      const size_t end = std::min(n, i + (kSampleBufferRecords - records));
       uint8_t* rec = buf.data() + used;
-      if (identityReference) {
-        std::memcpy(rec, &tms[i], 48);
-      } else {
-        const kv::Matrix3& a = tms[i];
-        for (int row = 0; row < 4; ++row) {
-          const kv::Point3 p = row < 3 ? reference_.VectorTransform(a.GetRow(row))
-                                       : reference_.PointTransform(a.GetRow(row));
-          std::memcpy(rec + row * 12, &p, 12);
+      bool invisible = false;
+      for (size_t k = i; k < end; ++k, rec += kSampleRecordSize) {
+        if (identityReference) {
+          std::memcpy(rec, &tms[k], 48);
+        } else {
+          const kv::Matrix3& a = tms[k];
+          for (int row = 0; row < 4; ++row) {
+            const kv::Point3 p = row < 3 ? reference_.VectorTransform(a.GetRow(row))
+                                         : reference_.PointTransform(a.GetRow(row));
+            std::memcpy(rec + row * 12, &p, 12);
+          }
         }
+        const ElementLifetime life = k < lifetimes.size() ? lifetimes[k] : ElementLifetime{};
+        const bool visible = vis[k] > 0 && t >= life.first && t <= life.last;
+        rec[48] = visible ? 1 : 0;
+        invisible |= !visible;
       }
-      const ElementLifetime life = i < lifetimes.size() ? lifetimes[i] : ElementLifetime{};
-      const bool visible = vis[i] > 0 && t >= life.first && t <= life.last;
-      rec[48] = visible ? 1 : 0;
-      if (!visible) hasVisibility = 1;
-      used += kSampleRecordSize;
-      if (++records == kSampleBufferRecords && !flush()) return false;
+      if (invisible) hasVisibility = 1;
+      used += (end - i) * kSampleRecordSize;
+      records += end - i;
+      i = end;
+      if (records == kSampleBufferRecords && !flush()) return false;
     }
   }
   if (records > 0 && !flush()) return false;

@@ -102,6 +102,13 @@ class kvCacheWriter : public kvCacheBase {
     float bounds[6] = {};
     uint64_t channelBits[2] = {0, 0};
   };
+  // One element's map block in one channel, gathered while the records are written so that
+  // the map pass reads its sources without walking each mesh's channel list again.
+  struct MapRef {
+    const kv::Point3* verts = nullptr;
+    const kv::TVFace* faces = nullptr;
+    uint32_t numVerts = 0, numFaces = 0;
+  };
   bool BuildCombinedMaterial();
   bool Flush(std::vector<uint8_t>& buf, size_t& used);
   bool WriteElements(int version, std::vector<uint8_t>& buf, uint64_t& written, uint64_t predicted);
@@ -112,7 +119,8 @@ class kvCacheWriter : public kvCacheBase {
   ElementSource& source_;
   kv::host::Interface* host_;
   std::vector<Entry> elements_;
-  std::vector<int> channels_;  // union of every element's map channels, ascending
+  std::vector<int> channels_;    // union of every element's map channels, ascending
+  std::vector<MapRef> mapRefs_;  // channel by channel, element by element
   kv::host::Mtl* combined_ = nullptr;
   uint32_t progressShift_ = 0;  // scales 64-bit byte counts into the callback's 32 bits
 };

@@ -81,17 +81,20 @@ struct PlaybackSettings {
 float GlobalCacheTime(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
                       const CacheTiming& cache);
 
-// Per-element playback values that stage 2 writes and frame assembly reads.
+// Per-element playback values that stage 2 writes and frame assembly reads. Ordered to leave no
+// padding (20 bytes, not 28): every pass walks all of them, and the frame's mesh has pushed
+// them out of the nearer caches by then, so their size is their cost.
 struct ElementPlayback {
   float time = 0.0f;          // cache ticks
-  bool triggered = false;     // written by the trigger scan
   TimeValue triggerTime = 0;  // scene ticks
   int matId = -1;             // material id override (zero based), -1 for none
-  bool hasMatId = false;      // exactly matId >= 0
   int matId2 = -1;            // second override slot, same form; reset with the first
+  bool hasMatId = false;      // exactly matId >= 0
   bool hasMatId2 = false;
-  bool removed = false;  // left out of the mesh (or hidden, as the switches say)
+  bool removed = false;    // left out of the mesh (or hidden, as the switches say)
+  bool triggered = false;  // written by the trigger scan
 };
+static_assert(sizeof(ElementPlayback) == 20, "element records carry no padding");
 
 // One group as the time mapping sees it (built from the object's group list each pass).
 struct GroupRule {
