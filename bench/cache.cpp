@@ -193,6 +193,7 @@ void BM_Frame(benchmark::State& state) {
   r.LoadAllSamples();
   FrameSettings s;
   s.interpolate = state.range(0) != 0;
+  s.playbackIdle = state.range(1) == 0;  // while the host plays, leaving elements are hidden
   std::vector<ElementFrameState> st(kElements);
   FrameScratch scratch;
   kv::Mesh out;
@@ -217,9 +218,8 @@ void BM_Frame(benchmark::State& state) {
   state.counters["verts"] = double(out.numVerts());
 }
 BENCHMARK(BM_Frame)
-    ->Arg(0)
-    ->Arg(1)
-    ->ArgName("interpolate")
+    ->ArgsProduct({{0, 1}, {0, 1}})
+    ->ArgNames({"interpolate", "playing"})
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
 

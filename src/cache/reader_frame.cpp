@@ -397,13 +397,13 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
   if (candidate_.GetSize() != n) candidate_.SetSize(n, false);
   std::atomic<int64_t> goneFaces{0};
   // Nothing leaves when no element is removed or hidden and every block played shows all.
-  bool mayLeave = scratch.anyGone;
-  for (size_t sample = 0; sample < scratch.wanted.size() && !mayLeave && s.deleteInvisible;
-       ++sample)
+  bool anyInvisible = false;
+  for (size_t sample = 0; sample < scratch.wanted.size() && !anyInvisible; ++sample)
     if (scratch.wanted[sample]) {
       const SampleBlock* block = Block(int32_t(sample));
-      mayLeave = !block || !block->allVisible;
+      anyInvisible = !block || !block->allVisible;
     }
+  const bool mayLeave = scratch.anyGone || (s.deleteInvisible && anyInvisible);
   if (s.playbackIdle && mayLeave) {
     ForRanges(words, grain, [&](size_t w0, size_t w1) {
       int32_t lastA = -1;
@@ -458,7 +458,8 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
   const bool invisibleTouches = !s.deleteInvisible && (s.hideInvisible || relabelKept);
   const bool scaled = s.unitScale != 1.0f;
   const bool idle = s.playbackIdle, deleteInvisible = s.deleteInvisible;
-  const bool visibilityMatters = !idle || invisibleTouches;
+  // Leaving elements are hidden while the host plays, and invisible ones may be marked.
+  const bool visibilityMatters = (!idle && mayLeave) || (invisibleTouches && anyInvisible);
   kv::PointRun* const runs = scratch.runs.data();
   const ElementFrameState* const st = states.data();
   // The body is compiled once per mode so that the box test leaves the per-element work.

@@ -164,6 +164,14 @@ TEST(ReadFrame, InvisibleElementsHiddenRelabelledOrDeleted) {
   ASSERT_TRUE(fr.Read());
   EXPECT_EQ(fr.out.numFaces(), 2);
   EXPECT_TRUE(fr.out.faces[1].Hidden());
+  // Played on from a frame where every element shows, it is hidden again.
+  fr.At(1);
+  ASSERT_TRUE(fr.Read());
+  EXPECT_FALSE(fr.out.faces[1].Hidden());
+  fr.At(0);
+  ASSERT_TRUE(fr.Read());
+  EXPECT_EQ(fr.out.numFaces(), 2);
+  EXPECT_TRUE(fr.out.faces[1].Hidden());
 }
 
 TEST(ReadFrame, BoxModeUsesTheBoundsBoxes) {
