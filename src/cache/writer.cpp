@@ -15,7 +15,7 @@ namespace {
 // Byte appender for the buffered writes; little-endian, packed. `Reserve` before a run of
 // puts keeps the per-field cost to one memcpy.
 struct Out {
-  std::vector<uint8_t>& b;
+  ByteBuffer& b;
   size_t n = 0;
   void Reserve(size_t more) {
     if (b.size() < n + more) b.resize(std::max(n + more, b.size() * 2));
@@ -40,7 +40,24 @@ std::string BaseName(const std::string& path) {
   return name;
 }
 
-constexpr size_t kFlushBytes = 4u << 20;
+// Below the sample batch's 2.6 MB, so that one buffer serves every phase.
+constexpr size_t kFlushBytes = 2u << 20;
+
+bool IsAscii(std::string_view s) {
+  for (const char c : s)
+    if (static_cast<unsigned char>(c) >= 0x80) return false;
+  return true;
+}
+
+// Clears n bytes (a multiple of 4) in fixed-size stores: the face records' zero tails are too
+// short for a call to pay.
+template <size_t n>
+inline void ZeroBytes(uint8_t* p) {
+  static_assert(n % 4 == 0);
+  const uint64_t z = 0;
+  for (size_t k = 0; k + 8 <= n; k += 8) std::memcpy(p + k, &z, 8);
+  if constexpr (n % 8 != 0) std::memcpy(p + n - 4, &z, 4);
+}
 
 // Each element's arrays are separate heap blocks: asking for the next ones early hides the
 // memory latency that otherwise dominates a pass over many small meshes.
@@ -52,6 +69,26 @@ inline void Prefetch(const void* p, size_t bytes = 1) {
 #else
   (void)p, (void)bytes;
 #endif
+}
+
+// Records [i, end) of one sample: transform and visibility byte. True when one is invisible.
+template <bool kLifetimes>
+bool FillSampleRecords(uint8_t* rec, const std::vector<kv::Matrix3>& tms,
+                       const std::vector<float>& vis, std::span<const ElementLifetime> lifetimes,
+                       kv::TimeValue t, size_t i, size_t end) {
+  static_assert(sizeof(kv::Matrix3) == 48, "a transform is stored as its 12 floats");
+  bool invisible = false;
+  for (size_t k = i; k < end; ++k, rec += kSampleRecordSize) {
+    std::memcpy(rec, &tms[k], 48);
+    bool visible = vis[k] > 0;
+    if constexpr (kLifetimes) {
+      const ElementLifetime life = k < lifetimes.size() ? lifetimes[k] : ElementLifetime{};
+      visible = visible && t >= life.first && t <= life.last;
+    }
+    rec[48] = visible ? 1 : 0;
+    invisible |= !visible;
+  }
+  return invisible;
 }
 
 }  // namespace
@@ -146,7 +183,7 @@ bool kvCacheWriter::BuildCombinedMaterial() {
   return true;
 }
 
-bool kvCacheWriter::Flush(std::vector<uint8_t>& buf, size_t& used) {
+bool kvCacheWriter::Flush(ByteBuffer& buf, size_t& used) {
   const bool ok = WriteBytes(buf.data(), used);
   used = 0;
   return ok;
@@ -197,7 +234,7 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
 
   // Element records, with the predicted size of the blocks that follow.
   // One buffer for every phase: large enough for a full batch of sample records.
-  std::vector<uint8_t> buf(std::max(kFlushBytes + 4096, kSampleBufferRecords * kSampleRecordSize));
+  ByteBuffer buf(std::max(kFlushBytes + 4096, kSampleBufferRecords * kSampleRecordSize));
   Out out{buf};
   const size_t faceSize = FaceRecordSize(version);
   uint64_t predicted = 0;
@@ -217,7 +254,8 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
     }
     // Names are stored in the host's 8-bit code page: one byte per character, so the stored
     // length is both the character count and the byte count.
-    name = host_ ? host_->ToCodePage(name) : kv::host::Utf8ToCp1252(name);
+    // Plain ASCII reads the same in every code page.
+    if (!IsAscii(name)) name = host_ ? host_->ToCodePage(name) : kv::host::Utf8ToCp1252(name);
     out.Reserve(4 + name.size() + 24 + 12 + 8 * channels_.size() + 1);
     out.put(int32_t(name.size()));
     out.raw(name.data(), name.size());
@@ -284,7 +322,7 @@ bool kvCacheWriter::Write(std::span<const ElementLifetime> lifetimes) {
   return true;
 }
 
-bool kvCacheWriter::WriteElements(int version, std::vector<uint8_t>& buf, uint64_t& written,
+bool kvCacheWriter::WriteElements(int version, ByteBuffer& buf, uint64_t& written,
                                   uint64_t predicted) {
   Out out{buf};
   const uint32_t count = uint32_t(elements_.size());
@@ -320,11 +358,11 @@ bool kvCacheWriter::WriteElements(int version, std::vector<uint8_t>& buf, uint64
       std::memcpy(rec + 8, face.v, 12);
       // Fixed sizes, so that each copy is a few moves instead of a call.
       if (faceSize == kFaceSizeV1)
-        std::memset(rec + kFaceFixedPart, 0, kFaceSizeV1 - kFaceFixedPart);
+        ZeroBytes<kFaceSizeV1 - kFaceFixedPart>(rec + kFaceFixedPart);
       else if (normals)
         std::memcpy(rec + kFaceFixedPart, normals + f * 3, kFaceSizeV2 - kFaceFixedPart);
       else
-        std::memset(rec + kFaceFixedPart, 0, kFaceSizeV2 - kFaceFixedPart);
+        ZeroBytes<kFaceSizeV2 - kFaceFixedPart>(rec + kFaceFixedPart);
     }
     out.n += numFaces * faceSize;
     written += m.verts.size() * kPointSize + numFaces * faceSize;
@@ -357,7 +395,7 @@ bool kvCacheWriter::WriteElements(int version, std::vector<uint8_t>& buf, uint64
 }
 
 bool kvCacheWriter::WriteSamples(int32_t numSamples, std::span<const ElementLifetime> lifetimes,
-                                 std::vector<uint8_t>& buf, uint8_t& hasVisibility) {
+                                 ByteBuffer& buf, uint8_t& hasVisibility) {
   const size_t n = elements_.size();
   std::vector<int> indices(n);
   for (size_t i = 0; i < n; ++i) indices[i] = elements_[i].source;
@@ -375,7 +413,6 @@ bool kvCacheWriter::WriteSamples(int32_t numSamples, std::span<const ElementLife
   hasVisibility = 0;
   // The usual reference (a cache object at the origin) leaves the transforms as they are.
   const bool identityReference = reference_ == kv::Matrix3();
-  static_assert(sizeof(kv::Matrix3) == 48, "a transform is stored as its 12 floats");
   for (int32_t s = 0; s < numSamples; ++s) {
     const kv::TimeValue t = kv::TimeValue(start_ + int64_t(s) * step_);
     try {
@@ -384,27 +421,21 @@ bool kvCacheWriter::WriteSamples(int32_t numSamples, std::span<const ElementLife
       error_ = kErrException;
       return false;
     }
+    if (!identityReference) {
+      for (kv::Matrix3& a : tms) {
+        const kv::Matrix3 m = a;
+        for (int row = 0; row < 4; ++row)
+          a.SetRow(row, row < 3 ? reference_.VectorTransform(m.GetRow(row))
+                                : reference_.PointTransform(m.GetRow(row)));
+      }
+    }
     // Runs of records up to the next flush, so that the record loop itself tests nothing else.
     for (size_t i = 0; i < n;) {
       const size_t end = std::min(n, i + (kSampleBufferRecords - records));
       uint8_t* rec = buf.data() + used;
-      bool invisible = false;
-      for (size_t k = i; k < end; ++k, rec += kSampleRecordSize) {
-        if (identityReference) {
-          std::memcpy(rec, &tms[k], 48);
-        } else {
-          const kv::Matrix3& a = tms[k];
-          for (int row = 0; row < 4; ++row) {
-            const kv::Point3 p = row < 3 ? reference_.VectorTransform(a.GetRow(row))
-                                         : reference_.PointTransform(a.GetRow(row));
-            std::memcpy(rec + row * 12, &p, 12);
-          }
-        }
-        const ElementLifetime life = k < lifetimes.size() ? lifetimes[k] : ElementLifetime{};
-        const bool visible = vis[k] > 0 && t >= life.first && t <= life.last;
-        rec[48] = visible ? 1 : 0;
-        invisible |= !visible;
-      }
+      const bool invisible = lifetimes.empty()
+                                 ? FillSampleRecords<false>(rec, tms, vis, {}, t, i, end)
+                                 : FillSampleRecords<true>(rec, tms, vis, lifetimes, t, i, end);
       if (invisible) hasVisibility = 1;
       used += (end - i) * kSampleRecordSize;
       records += end - i;

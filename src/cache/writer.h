@@ -6,6 +6,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cache/base.h"
@@ -67,6 +68,28 @@ struct ElementLifetime {
   kv::TimeValue last = kv::kTimePosInfinity;
 };
 
+// Leaves the elements it adds uninitialised: the writer's buffers are always filled before
+// they are written, so zero-filling megabytes first would be wasted work.
+template <class T>
+struct NoInitAllocator : std::allocator<T> {
+  template <class U>
+  struct rebind {
+    using other = NoInitAllocator<U>;
+  };
+  NoInitAllocator() = default;
+  template <class U>
+  NoInitAllocator(const NoInitAllocator<U>&) noexcept {}
+  template <class U>
+  void construct(U* p) noexcept {
+    ::new (static_cast<void*>(p)) U;
+  }
+  template <class U, class... A>
+  void construct(U* p, A&&... a) {
+    ::new (static_cast<void*>(p)) U(std::forward<A>(a)...);
+  }
+};
+using ByteBuffer = std::vector<uint8_t, NoInitAllocator<uint8_t>>;
+
 class kvCacheWriter : public kvCacheBase {
  public:
   // Every sampled object transform is multiplied by `reference` before it is stored.
@@ -110,10 +133,10 @@ class kvCacheWriter : public kvCacheBase {
     uint32_t numVerts = 0, numFaces = 0;
   };
   bool BuildCombinedMaterial();
-  bool Flush(std::vector<uint8_t>& buf, size_t& used);
-  bool WriteElements(int version, std::vector<uint8_t>& buf, uint64_t& written, uint64_t predicted);
-  bool WriteSamples(int32_t numSamples, std::span<const ElementLifetime> lifetimes,
-                    std::vector<uint8_t>& buf, uint8_t& hasVisibility);
+  bool Flush(ByteBuffer& buf, size_t& used);
+  bool WriteElements(int version, ByteBuffer& buf, uint64_t& written, uint64_t predicted);
+  bool WriteSamples(int32_t numSamples, std::span<const ElementLifetime> lifetimes, ByteBuffer& buf,
+                    uint8_t& hasVisibility);
 
   kv::Matrix3 reference_;
   ElementSource& source_;
