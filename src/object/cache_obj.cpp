@@ -487,10 +487,7 @@ void kvCache_obj::ComputePlaybackState(TimeValue t, kvCacheReader& reader, bool 
     ApplyDistanceDeletion(
         std::span<const DistanceCheck>(state_.distance), centre,
         [&](int32_t e) { return reader.ElementTransform(e, state_.frame[e]).GetTrans(); },
-        std::span<ElementPlayback>(state_.elements));
-    for (const DistanceCheck& d : state_.distance) {
-      state_.frame[d.element].removed = state_.elements[d.element].removed;
-    }
+        std::span<ElementFrameState>(state_.frame));
   }
   state_.validity.SetInstant(t);
 }

@@ -34,8 +34,8 @@ class kvCache_obj;
 // address is the object's handle in the shared registry.
 struct PlaybackState {
   kvCache_obj* owner = nullptr;
-  std::vector<ElementPlayback> elements;               // stage 2 results and trigger times
-  std::vector<KelvaneTools::ElementFrameState> frame;  // what the reader samples
+  std::vector<ElementPlayback> elements;               // trigger times
+  std::vector<KelvaneTools::ElementFrameState> frame;  // stage 2 results, which the reader samples
   KelvaneTools::FrameSettings settings;                // switches of the current evaluation
   KelvaneTools::FrameScratch scratch;                  // the output mesh's topology memory
   ElementGroupList groups;

@@ -50,24 +50,46 @@ float GlobalCacheTime(TimeValue t, const PlaybackSettings& p, const SceneTiming&
 
 namespace {
 
-// Where the pass hands on an element's final values; called again whenever a rule changes them.
-struct NoFrames {
-  void operator()(size_t, const ElementPlayback&) const {}
-};
-struct ToFrames {
-  KelvaneTools::ElementFrameState* frames;
-  void operator()(size_t i, const ElementPlayback& e) const {
-    KelvaneTools::ElementFrameState& f = frames[i];
-    f.time = e.time;
-    f.removed = e.removed;
-    f.matIdOverride = e.hasMatId ? e.matId : -1;
+// Where the pass keeps an element's results: in its own record, or in the frame record the
+// reader samples from. Either way the element records' trigger fields are the inputs.
+struct InElements {
+  ElementPlayback* el;
+  void Reset(size_t i, float time) const {
+    ElementPlayback& e = el[i];
+    e.time = time;
+    e.matId = e.matId2 = -1;
+    e.hasMatId = e.hasMatId2 = false;
+    e.removed = false;
   }
+  float Time(size_t i) const { return el[i].time; }
+  void SetTime(size_t i, float time) const { el[i].time = time; }
+  bool Removed(size_t i) const { return el[i].removed; }
+  void Remove(size_t i) const { el[i].removed = true; }
+  void SetMat(size_t i, int id) const {
+    el[i].matId = id;
+    el[i].hasMatId = id >= 0;
+  }
+};
+struct InFrames {
+  KelvaneTools::ElementFrameState* frames;
+  void Reset(size_t i, float time) const {
+    KelvaneTools::ElementFrameState& f = frames[i];
+    f.time = time;
+    f.removed = false;
+    f.matIdOverride = -1;
+  }
+  float Time(size_t i) const { return frames[i].time; }
+  void SetTime(size_t i, float time) const { frames[i].time = time; }
+  bool Removed(size_t i) const { return frames[i].removed; }
+  void Remove(size_t i) const { frames[i].removed = true; }
+  void SetMat(size_t i, int id) const { frames[i].matIdOverride = id >= 0 ? id : -1; }
 };
 
 template <class Out>
 PassResult ElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
                         const CacheTiming& cache, bool triggersActive,
-                        std::span<const GroupRule> groups, std::span<ElementPlayback> elements,
+                        std::span<const GroupRule> groups,
+                        std::span<const ElementPlayback> elements,
                         std::vector<DistanceCheck>& distance, PassScratch& scratch, Out out) {
   PassResult r;
   const float global = GlobalCacheTime(t, p, scene, cache);
@@ -77,18 +99,20 @@ PassResult ElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTimin
   r.outORT = r.reverse ? p.inORT : p.outORT;
   distance.clear();
 
-  // One pass sets every element's time from the triggers and keeps it for the delay rule.
+  // One pass sets every element's time from the triggers, kept for the delay rule when a group
+  // delays.
   const int64_t tpf = scene.ticksPerFrame;
   const float start = p.StartTicks(scene);
   const int64_t base = r.reverse ? cache.LastSample() : 0;
   const float untriggered = static_cast<float>(base * tpf);
-  if (!groups.empty()) scratch.afterTriggers.resize(elements.size());
-  float* afterTriggers = groups.empty() ? nullptr : scratch.afterTriggers.data();
-  for (size_t i = 0; i < elements.size(); ++i) {
-    ElementPlayback& e = elements[i];
-    e.matId = e.matId2 = -1;
-    e.hasMatId = e.hasMatId2 = false;
-    e.removed = false;
+  bool anyDelay = false;
+  for (const GroupRule& g : groups) anyDelay |= g.enabled && g.mode == kModeDelay;
+  if (anyDelay) scratch.afterTriggers.resize(elements.size());
+  float* afterTriggers = anyDelay ? scratch.afterTriggers.data() : nullptr;
+  const ElementPlayback* el = elements.data();
+  const size_t n = elements.size();
+  for (size_t i = 0; i < n; ++i) {
+    const ElementPlayback& e = el[i];
     float time = global;
     if (triggersActive) {
       if (!e.triggered) {
@@ -105,9 +129,8 @@ PassResult ElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTimin
                                             : (base - 1) * tpf - e.triggerTime + t);
       }
     }
-    e.time = time;
+    out.Reset(i, time);
     if (afterTriggers) afterTriggers[i] = time;
-    out(i, e);
   }
   if (groups.empty()) return r;
 
@@ -115,7 +138,7 @@ PassResult ElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTimin
       static_cast<float>(scene.frameRate) / static_cast<float>(std::max(cache.fps, 1));
   const float length = static_cast<float>(cache.Length());
   const float tpff = static_cast<float>(tpf);
-  const int64_t count = static_cast<int64_t>(elements.size());
+  const int64_t count = static_cast<int64_t>(n);
   for (const GroupRule& g : groups) {
     if (!g.enabled) continue;
     const float delayTicks = g.delay * tpff;
@@ -128,45 +151,41 @@ PassResult ElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTimin
     auto each = [&](auto&& apply) {
       for (const int32_t idx : g.elements) {
         if (idx < 0 || idx >= count) continue;
-        ElementPlayback& e = elements[idx];
-        if (e.removed) continue;
-        if (waitForTrigger && (!e.triggered || e.triggerTime > t)) continue;
-        apply(e, idx);
-        out(size_t(idx), e);
+        const size_t i = size_t(idx);
+        if (out.Removed(i)) continue;
+        if (waitForTrigger && (!el[i].triggered || el[i].triggerTime > t)) continue;
+        apply(i);
       }
     };
     switch (g.mode) {
       case kModeDelete:
-        each([&](ElementPlayback& e, int32_t idx) {
+        each([&](size_t i) {
           if (g.deleteByAge) {
-            float age = useCurrentAge ? e.time : global;
+            float age = useCurrentAge ? out.Time(i) : global;
             if (r.reverse) age = length - age;
             // An age of 0 removes every element of the group, even one not started yet; any
             // other age, negative ones too, is compared.
-            if (g.deleteAge == 0.0f || age >= ageTicks) e.removed = true;
+            if (g.deleteAge == 0.0f || age >= ageTicks) out.Remove(i);
           }
-          if (g.deleteByDistance && !e.removed) distance.push_back({idx, limit});
+          if (g.deleteByDistance && !out.Removed(i)) distance.push_back({int32_t(i), limit});
         });
         break;
       case kModeHoldIn:
-        each([](ElementPlayback& e, int32_t) { e.time = 0.0f; });
+        each([&](size_t i) { out.SetTime(i, 0.0f); });
         break;
       case kModeHoldOut:
-        each([length](ElementPlayback& e, int32_t) { e.time = length; });
+        each([&](size_t i) { out.SetTime(i, length); });
         break;
       case kModeDelay:
-        each([&](ElementPlayback& e, int32_t idx) {
-          e.time = r.reverse ? afterTriggers[idx] + delayTicks : afterTriggers[idx] - delayTicks;
+        each([&](size_t i) {
+          out.SetTime(i, r.reverse ? afterTriggers[i] + delayTicks : afterTriggers[i] - delayTicks);
         });
         break;
       case kModeSetFrame:
-        each([frameTicks](ElementPlayback& e, int32_t) { e.time = frameTicks; });
+        each([&](size_t i) { out.SetTime(i, frameTicks); });
         break;
       case kModeSetMatId:
-        each([&g](ElementPlayback& e, int32_t) {
-          e.matId = g.matIndex;
-          e.hasMatId = g.matIndex >= 0;
-        });
+        each([&](size_t i) { out.SetMat(i, g.matIndex); });
         break;
       default:
         break;
@@ -183,7 +202,7 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
                                std::span<ElementPlayback> elements,
                                std::vector<DistanceCheck>& distance, PassScratch& scratch) {
   return ElementTimes(t, p, scene, cache, triggersActive, groups, elements, distance, scratch,
-                      NoFrames{});
+                      InElements{elements.data()});
 }
 
 PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
@@ -196,7 +215,7 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
     return ComputeElementTimes(t, p, scene, cache, triggersActive, groups, elements, distance,
                                scratch);
   return ElementTimes(t, p, scene, cache, triggersActive, groups, elements, distance, scratch,
-                      ToFrames{frames.data()});
+                      InFrames{frames.data()});
 }
 
 }  // namespace kv

@@ -139,8 +139,10 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
                                std::span<const GroupRule> groups,
                                std::span<ElementPlayback> elements,
                                std::vector<DistanceCheck>& distance, PassScratch& scratch);
-// The same pass, writing each element's time, removal and material override into `frames`
-// (one per element) as it goes, so that frame assembly needs no copy pass of its own.
+// The same pass with its results (each element's time, removal and material override) in
+// `frames`, one per element, where frame assembly reads them: the element records are only
+// read, for their trigger fields, and their own results are left as they were. Writing one set
+// of records instead of two is most of what the pass costs on a large cache.
 PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
                                const CacheTiming& cache, bool triggersActive,
                                std::span<const GroupRule> groups,
@@ -149,11 +151,12 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
                                std::span<KelvaneTools::ElementFrameState> frames);
 
 // Distance deletion: every queued element whose position lies at a squared distance >= its
-// limit from `gizmoPos` is marked removed. `positionOf(element)` gives the element's
-// translation in the current frame.
-template <class PositionOf, class Point>
+// limit from `gizmoPos` is marked removed in `elements` (records with a `removed` field: the
+// element or the frame records, wherever the pass kept its results). `positionOf(element)`
+// gives the element's translation in the current frame.
+template <class PositionOf, class Point, class Record>
 void ApplyDistanceDeletion(std::span<const DistanceCheck> queued, const Point& gizmoPos,
-                           PositionOf&& positionOf, std::span<ElementPlayback> elements) {
+                           PositionOf&& positionOf, std::span<Record> elements) {
   for (const DistanceCheck& d : queued) {
     const Point p = positionOf(d.element);
     const float dx = p.x - gizmoPos.x, dy = p.y - gizmoPos.y, dz = p.z - gizmoPos.z;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <stdexcept>
@@ -317,6 +318,42 @@ TEST(CacheWriter, BuffersSamplesAndHonoursCancel) {
     EXPECT_TRUE(c.Write());
     EXPECT_EQ(c.ErrorCode(), kErrCancelled);
   }
+}
+
+// With three elements the first flush (53,498 records) falls inside a sample's records: every
+// record must still land in its place, with its element's transform and visibility.
+TEST(CacheWriter, SampleRecordsSplitByAFlushKeepTheirPlaces) {
+  TestSource src;
+  src.names = {"a", "b", "c"};
+  src.meshes = {Triangle(0, 0), Triangle(1, 0), Triangle(2, 0)};
+  src.hidden = [](int e, kv::TimeValue t) { return e == 2 && t % 7 == 0; };
+  TempFile file("split");
+  constexpr int kSamples = 20000;
+  kvCacheWriter w(file.path, kv::Matrix3(), 0, kSamples - 1, 1, 2, src);
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(w.AddElement(i, 0));
+  const std::vector<ElementLifetime> lifetimes{{}, {100, 19000}};
+  ASSERT_TRUE(w.Write(lifetimes));
+  const std::vector<uint8_t> bytes = file.Read();
+  // Header, three records of 42 bytes (one-letter names), three geometry blocks of 92.
+  const size_t table = 256 + 3 * 42 + 3 * 92;
+  ASSERT_EQ(bytes.size(), table + size_t(kSamples) * 3 * 49);
+  size_t wrong = 0;
+  for (int t = 0; t < kSamples; ++t) {
+    for (int e = 0; e < 3; ++e) {
+      const uint8_t* rec = bytes.data() + table + (size_t(t) * 3 + size_t(e)) * 49;
+      float m[12];
+      std::memcpy(m, rec, sizeof m);
+      const bool visible = e == 1 ? t >= 100 && t <= 19000 : !(e == 2 && t % 7 == 0);
+      if (m[0] != 1 || m[4] != 1 || m[8] != 1 || m[9] != float(t) || m[10] != float(e) ||
+          m[11] != 0 || rec[48] != (visible ? 1 : 0))
+        ++wrong;
+    }
+  }
+  EXPECT_EQ(wrong, 0u);
+  kvCacheReader r(file.path);
+  ASSERT_TRUE(r.Open());
+  EXPECT_EQ(r.Header().sampleTableOffset, int32_t(table));
+  EXPECT_TRUE(r.HasVisibility());
 }
 
 }  // namespace

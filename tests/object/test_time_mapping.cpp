@@ -287,9 +287,10 @@ TEST(ElementTimes, AgeUnderReverseCountsFromTheEnd) {
   EXPECT_TRUE(s.el[0].removed);
 }
 
-// The pass that also fills frame records leaves in them exactly what the element records say,
-// with every rule applied in order (a later group overriding an earlier one, a removed element
-// skipped by later rules) and nothing left over from the last frame.
+// The pass that keeps its results in frame records leaves in them exactly what the pass over
+// element records leaves there, with every rule applied in order (a later group overriding an
+// earlier one, a removed element skipped by later rules) and nothing left over from the last
+// frame; the element records it reads keep their own values.
 TEST(ElementTimes, FrameRecordsMatchTheElementRecords) {
   const int n = 12;
   Pass s(n);
@@ -308,16 +309,23 @@ TEST(ElementTimes, FrameRecordsMatchTheElementRecords) {
   PlaybackSettings p;
   for (const bool trig : {true, false}) {
     for (const TimeValue t : {0, 700, 2000}) {
+      Pass own = s;
+      own.Run(t, p, Cache(31, 30, n), trig, g);
       for (auto& f : frames) f.time = -7, f.removed = true, f.matIdOverride = 9;  // stale
+      for (auto& e : s.el) e.time = -3, e.removed = true, e.matId = 8, e.hasMatId = true;
       ComputeElementTimes(t, p, kScene30, Cache(31, 30, n), trig, g, s.el, s.dist, s.scratch,
                           frames);
       for (int e = 0; e < n; ++e) {
-        const ElementPlayback& el = s.el[size_t(e)];
+        const ElementPlayback& el = own.el[size_t(e)];
         const KelvaneTools::ElementFrameState& f = frames[size_t(e)];
         EXPECT_EQ(f.time, el.time) << e;
         EXPECT_EQ(f.removed, el.removed) << e;
         EXPECT_EQ(f.matIdOverride, el.hasMatId ? el.matId : -1) << e;
+        EXPECT_EQ(s.el[size_t(e)].time, -3.0f) << e;
+        EXPECT_TRUE(s.el[size_t(e)].removed) << e;
+        EXPECT_EQ(s.el[size_t(e)].matId, 8) << e;
       }
+      EXPECT_EQ(s.dist.size(), own.dist.size());
       // The rules did act: the later tag wins, and the held end waits for the age to pass.
       EXPECT_EQ(frames[1].matIdOverride, 5);
       EXPECT_EQ(frames[9].matIdOverride, 3);
