@@ -169,7 +169,6 @@ void kvCacheReader::Release() {
   blocks_.clear();
   blocks_.shrink_to_fit();
   loadedCount_ = 0;
-  vertStart_.clear();
   faceStart_.clear();
   step_ = version_ = 0;
   start_ = end_ = INT32_MIN;

@@ -208,9 +208,9 @@ class kvCacheReader : public kvCacheBase {
   uint64_t useClock_ = 0;            // counts the frames that loaded samples
   uint64_t streamBudget_ = kStreamBudget;
   kv::BitArray candidate_;  // elements to leave out of the frame being read
-  // First vertex and face of each element in the combined mesh, with the totals appended:
-  // compact copies of the element records' offsets for the per-element frame loop.
-  std::vector<int32_t> vertStart_, faceStart_;
+  // First face of each element in the combined mesh, with the total appended: a compact copy
+  // of the element records' offsets for the per-element frame loop.
+  std::vector<int32_t> faceStart_;
 };
 
 }  // namespace KelvaneTools

@@ -372,14 +372,9 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
   for (size_t sample = 0; sample < scratch.wanted.size(); ++sample)
     if (scratch.wanted[sample] & FrameScratch::kWantParts) Parts(int32_t(sample));
 
-  if (vertStart_.size() != size_t(n) + 1) {
-    vertStart_.resize(size_t(n) + 1);
+  if (faceStart_.size() != size_t(n) + 1) {
     faceStart_.resize(size_t(n) + 1);
-    for (int e = 0; e < n; ++e) {
-      vertStart_[size_t(e)] = elements_[size_t(e)].vertOffset;
-      faceStart_[size_t(e)] = elements_[size_t(e)].faceOffset;
-    }
-    vertStart_[size_t(n)] = int32_t(totalVerts_);
+    for (int e = 0; e < n; ++e) faceStart_[size_t(e)] = elements_[size_t(e)].faceOffset;
     faceStart_[size_t(n)] = int32_t(totalFaces_);
   }
   const int32_t* fs = faceStart_.data();
@@ -475,7 +470,7 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
     // the vector set-up and the choice of path out of the per-element work.
     kv::Matrix3 made[64];  // for the elements that do not play a stored matrix as it is
     int ids[64];
-    // Blends wait for a batch (of one fraction), which the vector unit does four at a time.
+    // Blends wait for a batch (of one fraction), which the vector unit does eight at a time.
     const kv::AffineParts* blendA[64];
     const kv::AffineParts* blendB[64];
     kv::Matrix3* blendOut[64];
