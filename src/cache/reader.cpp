@@ -357,63 +357,40 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
   if (anyNormals_) ReserveLarge(combined_.specNormals, size_t(totalFaces_) * 3);
   // Faces are parsed in batches that fit the window.
   const size_t faceBatch = StreamCursor::kWindow / faceSize;
-  // The arrays grow a run of elements at a time: one resize per run rather than per element,
-  // and a run small enough that its zero fill is still in cache when it is overwritten.
-  constexpr uint64_t kRunBytes = uint64_t{256} << 10;
-  const size_t normalsPerFace = anyNormals_ ? 3 : 0;
-  for (size_t r0 = 0; r0 < elements_.size();) {
-    size_t r1 = r0;
-    uint64_t runBytes = 0, runVerts = 0, runFaces = 0;
-    do {
-      const CacheElement& el = elements_[r1++];
-      runVerts += uint64_t(el.numVerts);
-      runFaces += uint64_t(el.numFaces);
-      runBytes += uint64_t(el.numVerts) * sizeof(kv::Point3) +
-                  uint64_t(el.numFaces) * (sizeof(kv::Face) + normalsPerFace * sizeof(kv::Point3));
-    } while (r1 < elements_.size() && runBytes < kRunBytes);
-    // Bounded by the totals reserved above.
-    combined_.verts.resize(combined_.verts.size() + size_t(runVerts));
-    combined_.faces.resize(combined_.faces.size() + size_t(runFaces));
-    if (anyNormals_)
-      combined_.specNormals.resize(combined_.specNormals.size() + size_t(runFaces) * 3);
-    for (size_t e = r0; e < r1; ++e) {
-      const CacheElement& el = elements_[e];
-      kv::Point3* verts = combined_.verts.data() + el.vertOffset;
-      if (!in.ReadRaw(verts, size_t(el.numVerts) * kPointSize)) return false;
-      kv::Face* faces = combined_.faces.data() + el.faceOffset;
-      kv::Point3* normals =
-          anyNormals_ ? combined_.specNormals.data() + size_t(el.faceOffset) * 3 : nullptr;
-      const uint32_t base = uint32_t(el.vertOffset);
-      for (int32_t f0 = 0; f0 < el.numFaces;) {
-        const int32_t f1 =
-            int32_t(std::min<int64_t>(el.numFaces, int64_t(f0) + int64_t(faceBatch)));
-        if (!in.Need(size_t(f1 - f0) * faceSize)) return false;
-        const uint8_t* p = in.Take(size_t(f1 - f0) * faceSize);
-        for (int32_t f = f0; f < f1; ++f, p += faceSize) {
-          kv::Face& face = faces[f];
-          const uint16_t matId = LoadLE<uint16_t>(p);
-          face.smGroup = LoadLE<uint32_t>(p + 2);
-          face.flags = (p[6] & kv::kEdgeAll) | uint32_t{matId} << 16;
-          if (p[7]) combined_.faceSel.Set(el.faceOffset + f);
-          uint32_t v[3];
-          std::memcpy(v, p + 8, sizeof v);
-          const uint32_t nv = uint32_t(el.numVerts);
-          if (v[0] >= nv || v[1] >= nv || v[2] >= nv) return invalid();
-          face.setVerts(v[0] + base, v[1] + base, v[2] + base);
-          if (!normals) continue;
-          kv::Point3* n = normals + size_t(f) * 3;
-          if (el.hasNormals) {
-            std::memcpy(n, p + kFaceFixedPart, 3 * kPointSize);
-          } else {  // flat normals for elements that carry none
-            const kv::Point3& a = verts[v[0]];
-            const kv::Point3 fn = kv::CrossProd(verts[v[1]] - a, verts[v[2]] - a).Normalized();
-            n[0] = n[1] = n[2] = fn;
-          }
+  for (CacheElement& el : elements_) {
+    kv::Point3* verts = Grow(combined_.verts, size_t(el.numVerts));
+    if (!in.ReadRaw(verts, size_t(el.numVerts) * kPointSize)) return false;
+    kv::Face* faces = Grow(combined_.faces, size_t(el.numFaces));
+    kv::Point3* normals =
+        anyNormals_ ? Grow(combined_.specNormals, size_t(el.numFaces) * 3) : nullptr;
+    const uint32_t base = uint32_t(el.vertOffset);
+    for (int32_t f0 = 0; f0 < el.numFaces;) {
+      const int32_t f1 = int32_t(std::min<int64_t>(el.numFaces, int64_t(f0) + int64_t(faceBatch)));
+      if (!in.Need(size_t(f1 - f0) * faceSize)) return false;
+      const uint8_t* p = in.Take(size_t(f1 - f0) * faceSize);
+      for (int32_t f = f0; f < f1; ++f, p += faceSize) {
+        kv::Face& face = faces[f];
+        const uint16_t matId = LoadLE<uint16_t>(p);
+        face.smGroup = LoadLE<uint32_t>(p + 2);
+        face.flags = (p[6] & kv::kEdgeAll) | uint32_t{matId} << 16;
+        if (p[7]) combined_.faceSel.Set(el.faceOffset + f);
+        uint32_t v[3];
+        std::memcpy(v, p + 8, sizeof v);
+        const uint32_t nv = uint32_t(el.numVerts);
+        if (v[0] >= nv || v[1] >= nv || v[2] >= nv) return invalid();
+        face.setVerts(v[0] + base, v[1] + base, v[2] + base);
+        if (!normals) continue;
+        kv::Point3* n = normals + size_t(f) * 3;
+        if (el.hasNormals) {
+          std::memcpy(n, p + kFaceFixedPart, 3 * kPointSize);
+        } else {  // flat normals for elements that carry none
+          const kv::Point3& a = verts[v[0]];
+          const kv::Point3 fn = kv::CrossProd(verts[v[1]] - a, verts[v[2]] - a).Normalized();
+          n[0] = n[1] = n[2] = fn;
         }
-        f0 = f1;
       }
+      f0 = f1;
     }
-    r0 = r1;
   }
   for (CacheElement& el : elements_)
     el.matIds =
