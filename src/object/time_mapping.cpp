@@ -139,6 +139,8 @@ PassResult ElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTimin
   const float length = static_cast<float>(cache.Length());
   const float tpff = static_cast<float>(tpf);
   const int64_t count = static_cast<int64_t>(n);
+  // Until a delete rule has run no element is removed, and the records need not be read.
+  bool mayBeRemoved = false;
   for (const GroupRule& g : groups) {
     if (!g.enabled) continue;
     const float delayTicks = g.delay * tpff;
@@ -152,13 +154,14 @@ PassResult ElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTimin
       for (const int32_t idx : g.elements) {
         if (idx < 0 || idx >= count) continue;
         const size_t i = size_t(idx);
-        if (out.Removed(i)) continue;
+        if (mayBeRemoved && out.Removed(i)) continue;
         if (waitForTrigger && (!el[i].triggered || el[i].triggerTime > t)) continue;
         apply(i);
       }
     };
     switch (g.mode) {
       case kModeDelete:
+        mayBeRemoved |= g.deleteByAge;
         each([&](size_t i) {
           if (g.deleteByAge) {
             float age = useCurrentAge ? out.Time(i) : global;
