@@ -393,9 +393,8 @@ bool kvCacheReader::ReadIndex(uint64_t fileSize) {
     }
   }
   for (CacheElement& el : elements_)
-    el.matIds =
-        std::span<const kv::Face>(combined_.faces.data() + el.faceOffset, size_t(el.numFaces)) |
-        std::views::transform(FaceMatId{});
+    el.matIds = FaceMatIds(
+        std::span<const kv::Face>(combined_.faces.data() + el.faceOffset, size_t(el.numFaces)));
 
   // 3. Map channel blocks, per channel ascending, per element carrying it.
   if (highChannel_ != kNoChannel) {

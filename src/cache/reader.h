@@ -2,10 +2,11 @@
 // demand, maps element times to samples and assembles frames into an output mesh.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <memory>
-#include <ranges>
 #include <span>
 #include <string>
 #include <utility>
@@ -26,9 +27,45 @@ class MtlLib;
 
 namespace KelvaneTools {
 
-// A face's material id, as the views of CacheElement::matIds give it.
-struct FaceMatId {
-  uint16_t operator()(const kv::Face& f) const { return f.getMatID(); }
+// Every face's material id, in face order, read from the faces themselves (a view over them,
+// valid while they are).
+class FaceMatIds {
+ public:
+  class iterator {
+   public:
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = uint16_t;
+    using difference_type = std::ptrdiff_t;
+    using pointer = void;
+    using reference = uint16_t;
+    iterator() = default;
+    explicit iterator(const kv::Face* f) : f_(f) {}
+    uint16_t operator*() const { return f_->getMatID(); }
+    iterator& operator++() {
+      ++f_;
+      return *this;
+    }
+    iterator operator++(int) {
+      iterator old = *this;
+      ++f_;
+      return old;
+    }
+    bool operator==(const iterator&) const = default;
+
+   private:
+    const kv::Face* f_ = nullptr;
+  };
+
+  FaceMatIds() = default;
+  explicit FaceMatIds(std::span<const kv::Face> faces) : faces_(faces) {}
+  size_t size() const { return faces_.size(); }
+  bool empty() const { return faces_.empty(); }
+  uint16_t operator[](size_t i) const { return faces_[i].getMatID(); }
+  iterator begin() const { return iterator(faces_.data()); }
+  iterator end() const { return iterator(faces_.data() + faces_.size()); }
+
+ private:
+  std::span<const kv::Face> faces_;
 };
 
 // One element of an open cache.
@@ -44,7 +81,7 @@ struct CacheElement {
   bool hasNormals = false;
   // Every face's material id, in face order: read from the combined mesh's faces, which hold
   // it anyway (a copy would add a twentieth to the index an open builds).
-  std::ranges::transform_view<std::span<const kv::Face>, FaceMatId> matIds;
+  FaceMatIds matIds;
   int32_t vertOffset = 0;  // first vertex in the combined mesh
   int32_t faceOffset = 0;  // first face in the combined mesh
 
