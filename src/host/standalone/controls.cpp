@@ -75,10 +75,6 @@ KV_HOT Quat Along(const Arc& c, float s) {
   return FromLanes(lanes::Along(c, s));
 }
 
-KV_HOT Quat SlerpRaw(const Quat& a, const Quat& b, float s) {
-  return Along(MakeArc(a, b), s);
-}
-
 KV_HOT Quat ClosestTo(const Quat& q, const Quat& to) {
   return q.Dot(to) < 0 ? -q : q;
 }
@@ -235,13 +231,12 @@ RotSegment MakeRotSegment(const Key<T>* k, size_t n, Interp ip, size_t i, Get ge
   return r;
 }
 
-// `outerAtS`: Along(r.outer, s), which depends on the segment's two keys only.
-Quat EvalSegment(const RotSegment& r, float s, const Quat& outerAtS) {
+Quat EvalSegment(const RotSegment& r, float s) {
   switch (r.form) {
     case RotSegment::Form::Hold:
       return r.q1;
     case RotSegment::Form::Slerp:
-      return outerAtS;
+      return Along(r.outer, s);
     case RotSegment::Form::Cubic: {
       const float s2 = s * s, s3 = s2 * s;
       const float h00 = 2 * s3 - 3 * s2 + 1, h10 = (s3 - 2 * s2 + s) * r.seg;
@@ -256,12 +251,7 @@ Quat EvalSegment(const RotSegment& r, float s, const Quat& outerAtS) {
     case RotSegment::Form::Squad:
       break;
   }
-  return SlerpRaw(outerAtS, Along(r.inner, s), 2 * s * (1 - s));
-}
-
-Quat EvalSegment(const RotSegment& r, float s) {
-  const bool arc = r.form == RotSegment::Form::Slerp || r.form == RotSegment::Form::Squad;
-  return EvalSegment(r, s, arc ? Along(r.outer, s) : Quat{});
+  return FromLanes(lanes::Squad(r.outer, r.inner, s));
 }
 
 // Per value type: the part of a value that a segment interpolates as one piece, and how a
@@ -398,59 +388,35 @@ void SquadRun(const RotSegment& r, const float* s, size_t count, float* out) {
   size_t j = 0;
   // A last partial block goes through the vector unit too, its spare lanes repeating the
   // last fraction, unless a single time is left.
-  constexpr size_t kOne = 1;
 #if KV_ROTATION_AVX2
-  if (count > kOne && lanes::HasAvx2()) {
-    auto flat = [](const Arc& c, float* f) {
-      const float v[11] = {c.a.x, c.a.y, c.a.z, c.a.w,   c.b.x,  c.b.y,
-                           c.b.z, c.b.w, c.th,  c.sinTh, c.cosTh};
-      std::copy(v, v + 11, f);
-    };
-    float outer[11], inner[11];
-    flat(r.outer, outer);
-    flat(r.inner, inner);
-    j = lanes::SquadRunAvx2(outer, inner, s, count, out);
-    out += 4 * j;
-    if (count - j > kOne) {
+  if (count > 1 && lanes::HasAvx2()) {
+    j = lanes::SquadRunAvx2(r.outer, r.inner, s, count, out);
+    if (count - j > 1) {
       float f[8], q[32];
       for (size_t m = 0; m < 8; ++m) f[m] = s[std::min(j + m, count - 1)];
-      lanes::SquadRunAvx2(outer, inner, f, 8, q);
-      std::copy(q, q + 4 * (count - j), out);
-      out += 4 * (count - j);
+      lanes::SquadRunAvx2(r.outer, r.inner, f, 8, q);
+      std::copy(q, q + 4 * (count - j), out + 4 * j);
       j = count;
     }
   }
 #endif
 #if KV_ROTATION_LANES
   using lanes::F4;
-  auto wide = [](const Arc& c) {
-    auto q = [](const lanes::QuatL<float>& p) {
-      return lanes::QuatL<F4>{F4(p.x), F4(p.y), F4(p.z), F4(p.w)};
-    };
-    return lanes::ArcL<F4>{q(c.a), q(c.b), F4(c.th), F4(c.sinTh), F4(c.cosTh)};
-  };
-  const lanes::ArcL<F4> outer = wide(r.outer), inner = wide(r.inner);
-  for (; j + kOne < count; j += 4, out += 16) {
+  const lanes::ArcL<F4> outer = lanes::Broadcast<F4>(r.outer);
+  const lanes::ArcL<F4> inner = lanes::Broadcast<F4>(r.inner);
+  for (; j + 1 < count; j += 4) {
     float f[4], q[16];
     for (size_t m = 0; m < 4; ++m) f[m] = s[std::min(j + m, count - 1)];
-    const F4 x(_mm_loadu_ps(f));
-    const lanes::QuatL<F4> o = lanes::Along(outer, x), i = lanes::Along(inner, x);
-    lanes::QuatL<F4> v = lanes::Along(lanes::MakeArc(o, i), F4(2.0f) * x * (F4(1.0f) - x));
+    lanes::QuatL<F4> v = lanes::Squad(outer, inner, F4(_mm_loadu_ps(f)));
     _MM_TRANSPOSE4_PS(v.x.v, v.y.v, v.z.v, v.w.v);
     _mm_storeu_ps(q, v.x.v);
     _mm_storeu_ps(q + 4, v.y.v);
     _mm_storeu_ps(q + 8, v.z.v);
     _mm_storeu_ps(q + 12, v.w.v);
-    const size_t take = std::min<size_t>(4, count - j);
-    std::copy(q, q + 4 * take, out);
-    if (take < 4) {
-      out += 4 * take;
-      j = count;
-      break;
-    }
+    std::copy(q, q + 4 * std::min<size_t>(4, count - j), out + 4 * j);
   }
 #endif
-  for (; j < count; ++j, out += 4) Sampled<Quat>::Put(EvalSegment(r, s[j]), out);
+  for (; j < count; ++j) Sampled<Quat>::Put(EvalSegment(r, s[j]), out + 4 * j);
 }
 
 // A cubic segment of points at `count` fractions, four at a time where the vector unit
@@ -514,11 +480,7 @@ void SampleKeys(const Key<T>* k, size_t n, bool front, bool back, Interp ip,
       size_t e = j + 1;
       const size_t most = std::min(times.size(), j + std::size(fractions));
       while (e < most && times[e] < stop) ++e;
-      // As SegmentFraction, in a loop the compiler can widen.
-      const TimeValue t0 = k[i].t;
-      const double len = static_cast<double>(k[i + 1].t - t0);
-      for (size_t m = j; m < e; ++m)
-        fractions[m - j] = static_cast<float>(static_cast<double>(times[m] - t0) / len);
+      for (size_t m = j; m < e; ++m) fractions[m - j] = SegmentFraction(k, i, times[m]);
       if constexpr (std::is_same_v<T, Quat>)
         SquadRun(seg, fractions, e - j, out);
       else if constexpr (std::is_same_v<decltype(seg), VecSegment<Point3>>)
@@ -532,7 +494,7 @@ void SampleKeys(const Key<T>* k, size_t n, bool front, bool back, Interp ip,
       if (arcs && seg.form == RotSegment::Form::Slerp) {
         ArcPoint& p = arcs[j];
         if (p.a != k[i].t || p.b != k[i + 1].t) p = {k[i].t, k[i + 1].t, Along(seg.outer, s)};
-        S::Put(EvalSegment(seg, s, p.q), out);
+        S::Put(p.q, out);
         continue;
       }
     }

@@ -267,4 +267,18 @@ KV_LANE QuatL<F> Along(const ArcL<F>& c, F s) {
       QuatL<F>{a.x * wa + b.x * wb, a.y * wa + b.y * wb, a.z * wa + b.z * wb, a.w * wa + b.w * wb});
 }
 
+// An arc measured once, as the same value in every lane.
+template <class F>
+KV_LANE ArcL<F> Broadcast(const ArcL<float>& c) {
+  auto q = [](const QuatL<float>& p) { return QuatL<F>{F(p.x), F(p.y), F(p.z), F(p.w)}; };
+  return {q(c.a), q(c.b), F(c.th), F(c.sinTh), F(c.cosTh)};
+}
+
+// A squad segment at the fraction s: the slerp, by 2s(1 - s), from the outer arc's point at
+// s to the inner arc's.
+template <class F>
+KV_LANE QuatL<F> Squad(const ArcL<F>& outer, const ArcL<F>& inner, F s) {
+  return Along(MakeArc(Along(outer, s), Along(inner, s)), F(2.0f) * s * (F(1.0f) - s));
+}
+
 }  // namespace kv::standalone::lanes

@@ -6,8 +6,6 @@
 #if KV_ROTATION_AVX2
 #include <immintrin.h>
 
-#include "host/standalone/rotation_lanes.h"
-
 namespace kv::standalone::lanes {
 namespace {
 
@@ -73,24 +71,15 @@ M8 Bit(I8 i, int32_t b) {
   return {_mm256_castsi256_ps(_mm256_cmpeq_epi32(_mm256_and_si256(i.i, k), k))};
 }
 
-ArcL<F8> Wide(const float* c) {
-  return {{F8(c[0]), F8(c[1]), F8(c[2]), F8(c[3])},
-          {F8(c[4]), F8(c[5]), F8(c[6]), F8(c[7])},
-          F8(c[8]),
-          F8(c[9]),
-          F8(c[10])};
-}
-
 }  // namespace
 
-size_t SquadRunAvx2(const float* outerArc, const float* innerArc, const float* s, size_t count,
-                    float* out) {
-  const ArcL<F8> outer = Wide(outerArc), inner = Wide(innerArc);
+size_t SquadRunAvx2(const ArcL<float>& outerArc, const ArcL<float>& innerArc, const float* s,
+                    size_t count, float* out) {
+  const ArcL<F8> outer = Broadcast<F8>(outerArc), inner = Broadcast<F8>(innerArc);
   size_t j = 0;
   for (; j + 8 <= count; j += 8, out += 32) {
     const F8 f(_mm256_loadu_ps(s + j));
-    const QuatL<F8> o = Along(outer, f), i = Along(inner, f);
-    const QuatL<F8> q = Along(MakeArc(o, i), F8(2.0f) * f * (F8(1.0f) - f));
+    const QuatL<F8> q = Squad(outer, inner, f);
     // Eight x, y, z, w registers to eight quaternions one after the other.
     const __m256 xy0 = _mm256_unpacklo_ps(q.x.v, q.y.v), xy1 = _mm256_unpackhi_ps(q.x.v, q.y.v);
     const __m256 zw0 = _mm256_unpacklo_ps(q.z.v, q.w.v), zw1 = _mm256_unpackhi_ps(q.z.v, q.w.v);

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 
+#include "host/standalone/rotation_lanes.h"
+
 // The build compiles rotation_lanes_avx2.cpp for AVX2 and says so where it can.
 #if defined(KV_HAVE_ROTATION_AVX2)
 #define KV_ROTATION_AVX2 1
@@ -13,11 +15,10 @@
 namespace kv::standalone::lanes {
 
 #if KV_ROTATION_AVX2
-// The squad of the arcs `outerArc` and `innerArc` (each a's x, y, z, w, b's x, y, z, w, the
-// angle, its sine and cosine) at the fractions s[0..count) in groups of eight, as x, y, z, w
-// each into `out`: bit for bit what the one-at-a-time functions give. Returns how many
+// The squad of the arcs `outer` and `inner` at the fractions s[0..count) in groups of eight, as
+// x, y, z, w each into `out`: bit for bit what Squad gives one at a time. Returns how many
 // fractions it did (a multiple of eight); the caller does the rest. Only where HasAvx2().
-std::size_t SquadRunAvx2(const float* outerArc, const float* innerArc, const float* s,
+std::size_t SquadRunAvx2(const ArcL<float>& outer, const ArcL<float>& inner, const float* s,
                          std::size_t count, float* out);
 
 // Whether to use it; tests turn it off to check the four-wide path on machines that have it.
