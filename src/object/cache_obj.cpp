@@ -430,7 +430,7 @@ void kvCache_obj::ComputePlaybackState(TimeValue t, kvCacheReader& reader, bool 
   }
 
   const int n = reader.NumElements();
-  state_.elements.resize(n);
+  state_.triggerTimes.resize(n, kNotTriggered);
   state_.frame.resize(n);
   EvaluateTriggers(t, reader);
 
@@ -472,7 +472,7 @@ void kvCache_obj::ComputePlaybackState(TimeValue t, kvCacheReader& reader, bool 
   }
 
   state_.pass = ComputeElementTimes(t, p, scene, cache, state_.triggersActive, state_.rules,
-                                    state_.elements, state_.distance, state_.passScratch,
+                                    state_.triggerTimes, state_.distance, state_.passScratch,
                                     std::span<ElementFrameState>(state_.frame));
 
   FrameSettings s = EvalSettings(forRender);
@@ -518,7 +518,7 @@ void kvCache_obj::EvaluateTriggers(TimeValue t, kvCacheReader& reader) {
   if (!state_.triggerRecompute) return;
   state_.triggerRecompute = false;
   state_.triggersActive = false;
-  ResetTriggers(state_.elements);
+  ResetTriggers(state_.triggerTimes);
   const int n = reader.NumElements();
   state_.hits.assign(n, TriggerHit{});
   const ParamBlock& pb = *params_;
@@ -553,7 +553,7 @@ void kvCache_obj::EvaluateTriggers(TimeValue t, kvCacheReader& reader) {
         ip_.ProgressUpdate(static_cast<int>((int64_t{u} - range.u0) * 100 / span), std::string());
         return ip_.GetEscPressed();
       },
-      state_.elements, state_.hits);
+      state_.triggerTimes, state_.hits);
   ip_.ProgressEnd();
   state_.triggersActive = done;
 }

@@ -34,7 +34,7 @@ class kvCache_obj;
 // address is the object's handle in the shared registry.
 struct PlaybackState {
   kvCache_obj* owner = nullptr;
-  std::vector<ElementPlayback> elements;               // trigger times
+  std::vector<TimeValue> triggerTimes;                 // per element, kNotTriggered or a tick
   std::vector<KelvaneTools::ElementFrameState> frame;  // stage 2 results, which the reader samples
   KelvaneTools::FrameSettings settings;                // switches of the current evaluation
   KelvaneTools::FrameScratch scratch;                  // the output mesh's topology memory

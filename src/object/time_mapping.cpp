@@ -48,49 +48,12 @@ float GlobalCacheTime(TimeValue t, const PlaybackSettings& p, const SceneTiming&
   return result;
 }
 
-namespace {
-
-// Where the pass keeps an element's results: in its own record, or in the frame record the
-// reader samples from. Either way the element records' trigger fields are the inputs.
-struct InElements {
-  ElementPlayback* el;
-  void Reset(size_t i, float time) const {
-    ElementPlayback& e = el[i];
-    e.time = time;
-    e.matId = e.matId2 = -1;
-    e.hasMatId = e.hasMatId2 = false;
-    e.removed = false;
-  }
-  float Time(size_t i) const { return el[i].time; }
-  void SetTime(size_t i, float time) const { el[i].time = time; }
-  bool Removed(size_t i) const { return el[i].removed; }
-  void Remove(size_t i) const { el[i].removed = true; }
-  void SetMat(size_t i, int id) const {
-    el[i].matId = id;
-    el[i].hasMatId = id >= 0;
-  }
-};
-struct InFrames {
-  KelvaneTools::ElementFrameState* frames;
-  void Reset(size_t i, float time) const {
-    KelvaneTools::ElementFrameState& f = frames[i];
-    f.time = time;
-    f.removed = false;
-    f.matIdOverride = -1;
-  }
-  float Time(size_t i) const { return frames[i].time; }
-  void SetTime(size_t i, float time) const { frames[i].time = time; }
-  bool Removed(size_t i) const { return frames[i].removed; }
-  void Remove(size_t i) const { frames[i].removed = true; }
-  void SetMat(size_t i, int id) const { frames[i].matIdOverride = id >= 0 ? id : -1; }
-};
-
-template <class Out>
-PassResult ElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
-                        const CacheTiming& cache, bool triggersActive,
-                        std::span<const GroupRule> groups,
-                        std::span<const ElementPlayback> elements,
-                        std::vector<DistanceCheck>& distance, PassScratch& scratch, Out out) {
+PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
+                               const CacheTiming& cache, bool triggersActive,
+                               std::span<const GroupRule> groups,
+                               std::span<const TimeValue> triggerTimes,
+                               std::vector<DistanceCheck>& distance, PassScratch& scratch,
+                               std::span<KelvaneTools::ElementFrameState> frames) {
   PassResult r;
   const float global = GlobalCacheTime(t, p, scene, cache);
   r.globalTime = global;
@@ -99,37 +62,43 @@ PassResult ElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTimin
   r.outORT = r.reverse ? p.inORT : p.outORT;
   distance.clear();
 
+  KelvaneTools::ElementFrameState* const out = frames.data();
+  const size_t n = frames.size();
+  // The trigger ticks count only while triggers are active and there is one per element.
+  const bool triggered = triggersActive && triggerTimes.size() == n;
+  const TimeValue* const at = triggerTimes.data();
+
   // One pass sets every element's time from the triggers, kept for the delay rule when a group
-  // delays.
+  // delays (it offsets that time, not what an earlier group made of it).
   const int64_t tpf = scene.ticksPerFrame;
   const float start = p.StartTicks(scene);
   const int64_t base = r.reverse ? cache.LastSample() : 0;
   const float untriggered = static_cast<float>(base * tpf);
   bool anyDelay = false;
   for (const GroupRule& g : groups) anyDelay |= g.enabled && g.mode == kModeDelay;
-  if (anyDelay) scratch.afterTriggers.resize(elements.size());
-  float* afterTriggers = anyDelay ? scratch.afterTriggers.data() : nullptr;
-  const ElementPlayback* el = elements.data();
-  const size_t n = elements.size();
+  if (anyDelay) scratch.afterTriggers.resize(n);
+  float* const afterTriggers = anyDelay ? scratch.afterTriggers.data() : nullptr;
   for (size_t i = 0; i < n; ++i) {
-    const ElementPlayback& e = el[i];
     float time = global;
-    if (triggersActive) {
-      if (!e.triggered) {
+    if (triggered) {
+      const TimeValue a = at[i];
+      if (a == kNotTriggered) {
         time = untriggered;
-      } else if (e.triggerTime <= t) {
+      } else if (a <= t) {
         if (!p.useGraph) {
-          const float since = static_cast<float>(e.triggerTime) - start;
+          const float since = static_cast<float>(a) - start;
           time = r.reverse ? since + global : global - since;
         }
       } else {
         // Not yet due: a time before the first (or past the last) sample, so the range rules
         // decide what it shows while it waits.
-        time = static_cast<float>(r.reverse ? (base + 1) * tpf - t + e.triggerTime
-                                            : (base - 1) * tpf - e.triggerTime + t);
+        time = static_cast<float>(r.reverse ? (base + 1) * tpf - t + a : (base - 1) * tpf - a + t);
       }
     }
-    out.Reset(i, time);
+    KelvaneTools::ElementFrameState& f = out[i];
+    f.time = time;
+    f.removed = false;
+    f.matIdOverride = -1;
     if (afterTriggers) afterTriggers[i] = time;
   }
   if (groups.empty()) return r;
@@ -147,78 +116,57 @@ PassResult ElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTimin
     const float ageTicks = g.deleteAge * tpff * rateRatio;
     const float frameTicks = g.frame * tpff * rateRatio;
     const float limit = g.deleteDistance * g.deleteDistance;
-    const bool useCurrentAge = g.trigger || !triggersActive;
-    const bool waitForTrigger = triggersActive && g.trigger;
+    const bool useCurrentAge = g.trigger || !triggered;
+    const bool waitForTrigger = triggered && g.trigger;
     // The rule's mode is chosen once, outside the loop over its elements.
     auto each = [&](auto&& apply) {
       for (const int32_t idx : g.elements) {
         if (idx < 0 || idx >= count) continue;
         const size_t i = size_t(idx);
-        if (mayBeRemoved && out.Removed(i)) continue;
-        if (waitForTrigger && (!el[i].triggered || el[i].triggerTime > t)) continue;
-        apply(i);
+        if (mayBeRemoved && out[i].removed) continue;
+        // Triggered and due: kNotTriggered is later than any scene time.
+        if (waitForTrigger && at[i] > t) continue;
+        apply(out[i], i);
       }
     };
     switch (g.mode) {
       case kModeDelete:
         mayBeRemoved |= g.deleteByAge;
-        each([&](size_t i) {
+        each([&](KelvaneTools::ElementFrameState& f, size_t i) {
           if (g.deleteByAge) {
-            float age = useCurrentAge ? out.Time(i) : global;
+            float age = useCurrentAge ? f.time : global;
             if (r.reverse) age = length - age;
             // An age of 0 removes every element of the group, even one not started yet; any
             // other age, negative ones too, is compared.
-            if (g.deleteAge == 0.0f || age >= ageTicks) out.Remove(i);
+            if (g.deleteAge == 0.0f || age >= ageTicks) f.removed = true;
           }
-          if (g.deleteByDistance && !out.Removed(i)) distance.push_back({int32_t(i), limit});
+          if (g.deleteByDistance && !f.removed) distance.push_back({int32_t(i), limit});
         });
         break;
       case kModeHoldIn:
-        each([&](size_t i) { out.SetTime(i, 0.0f); });
+        each([&](KelvaneTools::ElementFrameState& f, size_t) { f.time = 0.0f; });
         break;
       case kModeHoldOut:
-        each([&](size_t i) { out.SetTime(i, length); });
+        each([&](KelvaneTools::ElementFrameState& f, size_t) { f.time = length; });
         break;
       case kModeDelay:
-        each([&](size_t i) {
-          out.SetTime(i, r.reverse ? afterTriggers[i] + delayTicks : afterTriggers[i] - delayTicks);
+        each([&](KelvaneTools::ElementFrameState& f, size_t i) {
+          f.time = r.reverse ? afterTriggers[i] + delayTicks : afterTriggers[i] - delayTicks;
         });
         break;
       case kModeSetFrame:
-        each([&](size_t i) { out.SetTime(i, frameTicks); });
+        each([&](KelvaneTools::ElementFrameState& f, size_t) { f.time = frameTicks; });
         break;
       case kModeSetMatId:
-        each([&](size_t i) { out.SetMat(i, g.matIndex); });
+        each([&](KelvaneTools::ElementFrameState& f, size_t) {
+          f.matIdOverride = g.matIndex >= 0 ? g.matIndex : -1;
+        });
         break;
       default:
         break;
     }
   }
   return r;
-}
-
-}  // namespace
-
-PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
-                               const CacheTiming& cache, bool triggersActive,
-                               std::span<const GroupRule> groups,
-                               std::span<ElementPlayback> elements,
-                               std::vector<DistanceCheck>& distance, PassScratch& scratch) {
-  return ElementTimes(t, p, scene, cache, triggersActive, groups, elements, distance, scratch,
-                      InElements{elements.data()});
-}
-
-PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
-                               const CacheTiming& cache, bool triggersActive,
-                               std::span<const GroupRule> groups,
-                               std::span<ElementPlayback> elements,
-                               std::vector<DistanceCheck>& distance, PassScratch& scratch,
-                               std::span<KelvaneTools::ElementFrameState> frames) {
-  if (frames.size() != elements.size())
-    return ComputeElementTimes(t, p, scene, cache, triggersActive, groups, elements, distance,
-                               scratch);
-  return ElementTimes(t, p, scene, cache, triggersActive, groups, elements, distance, scratch,
-                      InFrames{frames.data()});
 }
 
 }  // namespace kv

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <span>
 #include <vector>
 
@@ -81,20 +82,10 @@ struct PlaybackSettings {
 float GlobalCacheTime(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
                       const CacheTiming& cache);
 
-// Per-element playback values that stage 2 writes and frame assembly reads. Ordered to leave no
-// padding (20 bytes, not 28): every pass walks all of them, and the frame's mesh has pushed
-// them out of the nearer caches by then, so their size is their cost.
-struct ElementPlayback {
-  float time = 0.0f;          // cache ticks
-  TimeValue triggerTime = 0;  // scene ticks
-  int matId = -1;             // material id override (zero based), -1 for none
-  int matId2 = -1;            // second override slot, same form; reset with the first
-  bool hasMatId = false;      // exactly matId >= 0
-  bool hasMatId2 = false;
-  bool removed = false;    // left out of the mesh (or hidden, as the switches say)
-  bool triggered = false;  // written by the trigger scan
-};
-static_assert(sizeof(ElementPlayback) == 20, "element records carry no padding");
+// An element's trigger: the scene tick at which the trigger volume first reached it, or this
+// for an element it never reached. Kept as one plain tick per element, so that every pass
+// reads four bytes an element, and "triggered and due by t" is the single test `time <= t`.
+inline constexpr TimeValue kNotTriggered = std::numeric_limits<TimeValue>::max();
 
 // One group as the time mapping sees it (built from the object's group list each pass).
 struct GroupRule {
@@ -125,10 +116,12 @@ struct PassResult {
   float globalTime = 0.0f;
 };
 
-// Stage 2: per-element times for scene time t. `elements` must hold one record per element
-// (its trigger fields are inputs, from the last scan; the rest is overwritten). Groups apply
+// Stage 2: per-element times for scene time t, written with each element's removal and
+// material override into `frames`, one record per element, where frame assembly reads them
+// (the sampling fields are left alone). `triggerTimes` holds each element's trigger tick, read
+// while triggers are active (a list of another length counts as inactive triggers). Groups apply
 // in list order, later groups winning; `distance` receives the elements that delete-by-
-// distance groups queue (cleared first). Element indices outside `elements` are ignored.
+// distance groups queue (cleared first). Element indices outside `frames` are ignored.
 // `scratch` keeps the times after trigger adjustment (the delay mode offsets those, not what
 // an earlier group made of them); reused between passes so a warm pass allocates nothing.
 struct PassScratch {
@@ -137,23 +130,14 @@ struct PassScratch {
 PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
                                const CacheTiming& cache, bool triggersActive,
                                std::span<const GroupRule> groups,
-                               std::span<ElementPlayback> elements,
-                               std::vector<DistanceCheck>& distance, PassScratch& scratch);
-// The same pass with its results (each element's time, removal and material override) in
-// `frames`, one per element, where frame assembly reads them: the element records are only
-// read, for their trigger fields, and their own results are left as they were. Writing one set
-// of records instead of two is most of what the pass costs on a large cache.
-PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
-                               const CacheTiming& cache, bool triggersActive,
-                               std::span<const GroupRule> groups,
-                               std::span<ElementPlayback> elements,
+                               std::span<const TimeValue> triggerTimes,
                                std::vector<DistanceCheck>& distance, PassScratch& scratch,
                                std::span<KelvaneTools::ElementFrameState> frames);
 
 // Distance deletion: every queued element whose position lies at a squared distance >= its
-// limit from `gizmoPos` is marked removed in `elements` (records with a `removed` field: the
-// element or the frame records, wherever the pass kept its results). `positionOf(element)`
-// gives the element's translation in the current frame.
+// limit from `gizmoPos` is marked removed in `elements` (records with a `removed` field, such
+// as the frame records the pass wrote). `positionOf(element)` gives the element's translation
+// in the current frame.
 template <class PositionOf, class Point, class Record>
 void ApplyDistanceDeletion(std::span<const DistanceCheck> queued, const Point& gizmoPos,
                            PositionOf&& positionOf, std::span<Record> elements) {

@@ -34,19 +34,16 @@ TriggerScanSettings ScanRange(const Interval& animRange, bool useGraph, int play
   return s;
 }
 
-void ResetTriggers(std::span<ElementPlayback> elements) {
-  for (ElementPlayback& e : elements) {
-    e.triggered = false;
-    e.triggerTime = 0;
-  }
+void ResetTriggers(std::span<TimeValue> triggerTimes) {
+  std::fill(triggerTimes.begin(), triggerTimes.end(), kNotTriggered);
 }
 
 bool ScanTriggers(const TriggerScanSettings& s, std::span<const Point3> positions,
                   const std::function<TriggerVolume(TimeValue)>& volumeAt,
-                  const std::function<bool(TimeValue)>& cancel, std::span<ElementPlayback> elements,
+                  const std::function<bool(TimeValue)>& cancel, std::span<TimeValue> triggerTimes,
                   std::span<TriggerHit> hits) {
-  ResetTriggers(elements);
-  const size_t n = std::min({positions.size(), elements.size(), hits.size()});
+  ResetTriggers(triggerTimes);
+  const size_t n = std::min({positions.size(), triggerTimes.size(), hits.size()});
   if (n == 0) return true;
 
   const int64_t step = std::max(SliceTicks(s.ticksPerFrame, s.stepsIndex), 1);
@@ -56,7 +53,7 @@ bool ScanTriggers(const TriggerScanSettings& s, std::span<const Point3> position
   for (int64_t u = s.u0;; u = std::min<int64_t>(u + step, s.u1)) {
     const TimeValue ut = static_cast<TimeValue>(u);
     if (cancel && cancel(ut)) {
-      ResetTriggers(elements);
+      ResetTriggers(triggerTimes);
       std::fill(hits.begin(), hits.end(), TriggerHit{});
       return false;
     }
@@ -67,9 +64,8 @@ bool ScanTriggers(const TriggerScanSettings& s, std::span<const Point3> position
     if (test) {
       const Matrix3 inv = Inverse(v.tm);
       for (size_t i = 0; i < n; ++i) {
-        if (elements[i].triggered || !VolumeContains(v, inv, positions[i])) continue;
-        elements[i].triggered = true;
-        elements[i].triggerTime = ut;
+        if (triggerTimes[i] != kNotTriggered || !VolumeContains(v, inv, positions[i])) continue;
+        triggerTimes[i] = ut;
         hits[i] = {v.tm, v.radius};
         --remaining;
       }
@@ -82,21 +78,21 @@ bool ScanTriggers(const TriggerScanSettings& s, std::span<const Point3> position
   // cannot have left the element, so it counts as reaching it.
   if (s.ticksPerFrame < 2) return true;
   for (size_t i = 0; i < n; ++i) {
-    ElementPlayback& e = elements[i];
-    if (!e.triggered) continue;
-    if (!s.useGraph && e.triggerTime == s.u0) continue;
+    TimeValue& at = triggerTimes[i];
+    if (at == kNotTriggered) continue;
+    if (!s.useGraph && at == s.u0) continue;
     // With sub-frame slices the first probes can reach back before u0; a success there ends
     // the search without the graph, since playback starts at u0.
     for (int half = s.ticksPerFrame / 2; half >= 1; half /= 2) {
-      const TimeValue probe = e.triggerTime - half;
+      const TimeValue probe = at - half;
       const TriggerVolume v = volumeAt(probe);
       const bool unchanged = !VolumeChanged(prev, v);
       prev = v;
       if (unchanged || VolumeContains(v, Inverse(v.tm), positions[i])) {
-        e.triggerTime = probe;
+        at = probe;
         hits[i] = {v.tm, v.radius};
       }
-      if (half == 1 || (!s.useGraph && e.triggerTime <= s.u0)) break;
+      if (half == 1 || (!s.useGraph && at <= s.u0)) break;
     }
   }
   return true;

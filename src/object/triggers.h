@@ -52,16 +52,16 @@ TriggerScanSettings ScanRange(const Interval& animRange, bool useGraph, int play
 
 // Scans [u0, u1] in slices of SliceTicks(ticksPerFrame, stepsIndex), then refines each trigger
 // time towards the tick by halving probes. `positions` holds one rest position per element;
-// `elements` and `hits` are resized by the caller to the same count, their trigger fields are
-// reset here and filled. `cancel(u)` is polled once per scan time; when it returns true every
-// trigger and hit is reset and the scan returns false. Returns true when the scan completed (also
-// when nothing was triggered).
+// `triggerTimes` and `hits` are resized by the caller to the same count, reset here and filled
+// (kNotTriggered for an element the volume never reaches). `cancel(u)` is polled once per scan
+// time; when it returns true every trigger and hit is reset and the scan returns false. Returns
+// true when the scan completed (also when nothing was triggered).
 bool ScanTriggers(const TriggerScanSettings& s, std::span<const Point3> positions,
                   const std::function<TriggerVolume(TimeValue)>& volumeAt,
-                  const std::function<bool(TimeValue)>& cancel, std::span<ElementPlayback> elements,
+                  const std::function<bool(TimeValue)>& cancel, std::span<TimeValue> triggerTimes,
                   std::span<TriggerHit> hits);
 
-// Clears the trigger fields of every element.
-void ResetTriggers(std::span<ElementPlayback> elements);
+// Marks every element not triggered.
+void ResetTriggers(std::span<TimeValue> triggerTimes);
 
 }  // namespace kv

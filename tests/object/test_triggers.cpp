@@ -9,7 +9,7 @@ namespace kv {
 namespace {
 
 struct Scan {
-  std::vector<ElementPlayback> el;
+  std::vector<TimeValue> el;
   std::vector<TriggerHit> hits;
   explicit Scan(size_t n) : el(n), hits(n) {}
   bool Run(const TriggerScanSettings& s, const std::vector<Point3>& pos,
@@ -31,18 +31,18 @@ TEST(Triggers, StillGizmoReachesStrictlyInsideItsScaledRadius) {
     ++evaluations;
     return TriggerVolume{};
   }));
-  EXPECT_TRUE(s.el[0].triggered);
-  EXPECT_EQ(s.el[0].triggerTime, 0);
-  EXPECT_FALSE(s.el[1].triggered);  // exactly on the sphere is outside
-  EXPECT_FALSE(s.el[2].triggered);
+  EXPECT_NE(s.el[0], kNotTriggered);
+  EXPECT_EQ(s.el[0], 0);
+  EXPECT_EQ(s.el[1], kNotTriggered);  // exactly on the sphere is outside
+  EXPECT_EQ(s.el[2], kNotTriggered);
 
   // A gizmo scaled by 2 reaches twice as far in world terms.
   TriggerVolume big;
   big.tm = ScaleMatrix({2, 2, 2});
   s.Run(Range(0, 1600), pos, [&](TimeValue) { return big; });
-  EXPECT_TRUE(s.el[1].triggered);
-  EXPECT_TRUE(s.el[2].triggered);
-  EXPECT_FALSE(s.el[3].triggered);
+  EXPECT_NE(s.el[1], kNotTriggered);
+  EXPECT_NE(s.el[2], kNotTriggered);
+  EXPECT_EQ(s.el[3], kNotTriggered);
   EXPECT_EQ(s.hits[2].tm, big.tm);
   EXPECT_FLOAT_EQ(s.hits[2].radius, kGizmoTriggerRadius);
 
@@ -50,10 +50,9 @@ TEST(Triggers, StillGizmoReachesStrictlyInsideItsScaledRadius) {
   s.Run(Range(0, 320), pos, [&](TimeValue u) {
     return TriggerVolume{Matrix3(), u >= 160 ? 85.f : 1.f};
   });
-  for (const auto& e : s.el) {
-    EXPECT_TRUE(e.triggered);
-    EXPECT_GT(e.triggerTime, 0);
-    EXPECT_LE(e.triggerTime, 160);
+  for (const TimeValue at : s.el) {
+    EXPECT_GT(at, 0);
+    EXPECT_LE(at, 160);
   }
 }
 
@@ -73,14 +72,14 @@ TEST(Triggers, SlicesAndRefinementFindTheTick) {
   ASSERT_GE(scanned.size(), 3u);
   EXPECT_EQ(scanned[1] - scanned[0], 20);  // 1/8 frame slices
   EXPECT_EQ(scanned.back(), 3860);         // the scan stops once everything is triggered
-  ASSERT_TRUE(s.el[0].triggered);
-  EXPECT_GT(s.el[0].triggerTime, 3840);  // never before the true crossing
-  EXPECT_LE(s.el[0].triggerTime, 3842);  // and far closer than the 20-tick slice
+  ASSERT_NE(s.el[0], kNotTriggered);
+  EXPECT_GT(s.el[0], 3840);  // never before the true crossing
+  EXPECT_LE(s.el[0], 3842);  // and far closer than the 20-tick slice
 
   // Whole-frame scanning lands on 4000 and refines just as close.
   s.Run(Range(0, 4800, 0), pos, at);
-  EXPECT_GT(s.el[0].triggerTime, 3840);
-  EXPECT_LE(s.el[0].triggerTime, 3842);
+  EXPECT_GT(s.el[0], 3840);
+  EXPECT_LE(s.el[0], 3842);
 
   // The last slice is shortened to land on the range end.
   scanned.clear();
@@ -90,7 +89,7 @@ TEST(Triggers, SlicesAndRefinementFindTheTick) {
     return false;
   });
   EXPECT_EQ(scanned, (std::vector<TimeValue>{0, 160, 250}));
-  EXPECT_FALSE(far.el[0].triggered);
+  EXPECT_EQ(far.el[0], kNotTriggered);
 }
 
 TEST(Triggers, RefinementStaysAtTheStartWithoutGraph) {
@@ -99,10 +98,10 @@ TEST(Triggers, RefinementStaysAtTheStartWithoutGraph) {
   const std::vector<Point3> pos = {{0, 0, 0}};
   Scan s(1);
   s.Run(Range(800, 1600), pos, [](TimeValue) { return TriggerVolume{}; });
-  EXPECT_EQ(s.el[0].triggerTime, 800);
+  EXPECT_EQ(s.el[0], 800);
   s.Run(Range(800, 1600, 0, true), pos, [](TimeValue) { return TriggerVolume{}; });
-  EXPECT_LT(s.el[0].triggerTime, 800);
-  EXPECT_GT(s.el[0].triggerTime, 800 - 160);
+  EXPECT_LT(s.el[0], 800);
+  EXPECT_GT(s.el[0], 800 - 160);
 
   // Reached in the second 1/8-frame slice, by a volume that also covers the element before
   // the start: the first probe, half a frame back, lands before the start and succeeds, and
@@ -111,10 +110,10 @@ TEST(Triggers, RefinementStaysAtTheStartWithoutGraph) {
     return TriggerVolume{Matrix3(), (u > 800 || u < 790) ? 50.f : 1.f};
   };
   s.Run(Range(800, 1600, 3), {{0, 10, 0}}, at);
-  EXPECT_EQ(s.el[0].triggerTime, 740);
+  EXPECT_EQ(s.el[0], 740);
   // Under the graph the search goes on to the tick.
   s.Run(Range(800, 1600, 3, true), {{0, 10, 0}}, at);
-  EXPECT_LT(s.el[0].triggerTime, 740);
+  EXPECT_LT(s.el[0], 740);
 }
 
 TEST(Triggers, OnlyChangesAboveTheSmallestNormalFloatCountAsMoves) {
@@ -133,16 +132,16 @@ TEST(Triggers, OnlyChangesAboveTheSmallestNormalFloatCountAsMoves) {
 }
 
 TEST(Triggers, CancelResetsEverythingAndRangeFollowsSettings) {
-  std::vector<ElementPlayback> el(2);
+  std::vector<TimeValue> el(2);
   std::vector<TriggerHit> hits(2);
-  el[1].triggered = true, el[1].triggerTime = 99;  // stale
+  el[1] = 99;  // stale
   int polls = 0;
   const std::vector<Point3> pos = {{0, 0, 0}, {500, 0, 0}};
   EXPECT_FALSE(ScanTriggers(
       Range(0, 1600), pos, [](TimeValue) { return TriggerVolume{}; },
       [&](TimeValue) { return ++polls == 2; }, el, hits));
-  EXPECT_FALSE(el[0].triggered);  // it was reached at the first scan time
-  EXPECT_FALSE(el[1].triggered);
+  EXPECT_EQ(el[0], kNotTriggered);  // it was reached at the first scan time
+  EXPECT_EQ(el[1], kNotTriggered);
   EXPECT_EQ(hits[0].radius, 0.0f);  // nor does it keep the volume that reached it
 
   // Range: graph starts at the animation range, else at the playback start; never ends
