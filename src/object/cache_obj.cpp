@@ -472,7 +472,7 @@ void kvCache_obj::ComputePlaybackState(TimeValue t, kvCacheReader& reader, bool 
   }
 
   state_.pass = ComputeElementTimes(t, p, scene, cache, state_.triggersActive, state_.rules,
-                                    state_.triggerTimes, state_.distance, state_.passScratch,
+                                    state_.triggerTimes, state_.distance,
                                     std::span<ElementFrameState>(state_.frame));
 
   FrameSettings s = EvalSettings(forRender);

@@ -48,7 +48,6 @@ struct PlaybackState {
   // Reused between passes so that a warm pass allocates nothing.
   std::vector<GroupRule> rules;
   std::vector<DistanceCheck> distance;
-  PassScratch passScratch;
   std::vector<Point3> positions;
 };
 

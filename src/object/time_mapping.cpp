@@ -52,7 +52,7 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
                                const CacheTiming& cache, bool triggersActive,
                                std::span<const GroupRule> groups,
                                std::span<const TimeValue> triggerTimes,
-                               std::vector<DistanceCheck>& distance, PassScratch& scratch,
+                               std::vector<DistanceCheck>& distance,
                                std::span<KelvaneTools::ElementFrameState> frames) {
   PassResult r;
   const float global = GlobalCacheTime(t, p, scene, cache);
@@ -68,38 +68,30 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
   const bool triggered = triggersActive && triggerTimes.size() == n;
   const TimeValue* const at = triggerTimes.data();
 
-  // One pass sets every element's time from the triggers, kept for the delay rule when a group
-  // delays (it offsets that time, not what an earlier group made of it).
+  // An element's time from the triggers. The delay rule offsets this time, not what an earlier
+  // group made of it, and computes it again rather than keeping a copy of every element's.
   const int64_t tpf = scene.ticksPerFrame;
   const float start = p.StartTicks(scene);
   const int64_t base = r.reverse ? cache.LastSample() : 0;
   const float untriggered = static_cast<float>(base * tpf);
-  bool anyDelay = false;
-  for (const GroupRule& g : groups) anyDelay |= g.enabled && g.mode == kModeDelay;
-  if (anyDelay) scratch.afterTriggers.resize(n);
-  float* const afterTriggers = anyDelay ? scratch.afterTriggers.data() : nullptr;
-  for (size_t i = 0; i < n; ++i) {
-    float time = global;
-    if (triggered) {
-      const TimeValue a = at[i];
-      if (a == kNotTriggered) {
-        time = untriggered;
-      } else if (a <= t) {
-        if (!p.useGraph) {
-          const float since = static_cast<float>(a) - start;
-          time = r.reverse ? since + global : global - since;
-        }
-      } else {
-        // Not yet due: a time before the first (or past the last) sample, so the range rules
-        // decide what it shows while it waits.
-        time = static_cast<float>(r.reverse ? (base + 1) * tpf - t + a : (base - 1) * tpf - a + t);
-      }
+  const auto fromTriggers = [&](size_t i) {
+    if (!triggered) return global;
+    const TimeValue a = at[i];
+    if (a == kNotTriggered) return untriggered;
+    if (a <= t) {
+      if (p.useGraph) return global;
+      const float since = static_cast<float>(a) - start;
+      return r.reverse ? since + global : global - since;
     }
+    // Not yet due: a time before the first (or past the last) sample, so the range rules
+    // decide what it shows while it waits.
+    return static_cast<float>(r.reverse ? (base + 1) * tpf - t + a : (base - 1) * tpf - a + t);
+  };
+  for (size_t i = 0; i < n; ++i) {
     KelvaneTools::ElementFrameState& f = out[i];
-    f.time = time;
+    f.time = fromTriggers(i);
     f.removed = false;
     f.matIdOverride = -1;
-    if (afterTriggers) afterTriggers[i] = time;
   }
   if (groups.empty()) return r;
 
@@ -151,7 +143,7 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
         break;
       case kModeDelay:
         each([&](KelvaneTools::ElementFrameState& f, size_t i) {
-          f.time = r.reverse ? afterTriggers[i] + delayTicks : afterTriggers[i] - delayTicks;
+          f.time = r.reverse ? fromTriggers(i) + delayTicks : fromTriggers(i) - delayTicks;
         });
         break;
       case kModeSetFrame:

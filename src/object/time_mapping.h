@@ -122,16 +122,11 @@ struct PassResult {
 // while triggers are active (a list of another length counts as inactive triggers). Groups apply
 // in list order, later groups winning; `distance` receives the elements that delete-by-
 // distance groups queue (cleared first). Element indices outside `frames` are ignored.
-// `scratch` keeps the times after trigger adjustment (the delay mode offsets those, not what
-// an earlier group made of them); reused between passes so a warm pass allocates nothing.
-struct PassScratch {
-  std::vector<float> afterTriggers;
-};
 PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
                                const CacheTiming& cache, bool triggersActive,
                                std::span<const GroupRule> groups,
                                std::span<const TimeValue> triggerTimes,
-                               std::vector<DistanceCheck>& distance, PassScratch& scratch,
+                               std::vector<DistanceCheck>& distance,
                                std::span<KelvaneTools::ElementFrameState> frames);
 
 // Distance deletion: every queued element whose position lies at a squared distance >= its

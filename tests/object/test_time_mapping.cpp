@@ -88,11 +88,10 @@ struct Pass {
   std::vector<TimeValue> at;                        // trigger ticks
   std::vector<KelvaneTools::ElementFrameState> el;  // the results
   std::vector<DistanceCheck> dist;
-  PassScratch scratch;
   explicit Pass(int n) : at(size_t(n), kNotTriggered), el(size_t(n)) {}
   PassResult Run(TimeValue t, const PlaybackSettings& p, const CacheTiming& c, bool trig,
                  std::span<const GroupRule> groups = {}) {
-    return ComputeElementTimes(t, p, kScene30, c, trig, groups, at, dist, scratch, el);
+    return ComputeElementTimes(t, p, kScene30, c, trig, groups, at, dist, el);
   }
 };
 
