@@ -473,7 +473,7 @@ void kvCache_obj::ComputePlaybackState(TimeValue t, kvCacheReader& reader, bool 
 
   state_.pass = ComputeElementTimes(t, p, scene, cache, state_.triggersActive, state_.rules,
                                     state_.triggerTimes, state_.distance,
-                                    std::span<ElementFrameState>(state_.frame));
+                                    std::span<ElementFrameState>(state_.frame), &ip_);
 
   FrameSettings s = EvalSettings(forRender);
   s.inOrt = state_.pass.inORT;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "cache/frame.h"
+#include "host/interface.h"
 
 namespace kv {
 
@@ -53,7 +54,8 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
                                std::span<const GroupRule> groups,
                                std::span<const TimeValue> triggerTimes,
                                std::vector<DistanceCheck>& distance,
-                               std::span<KelvaneTools::ElementFrameState> frames) {
+                               std::span<KelvaneTools::ElementFrameState> frames,
+                               host::Interface* host) {
   PassResult r;
   const float global = GlobalCacheTime(t, p, scene, cache);
   r.globalTime = global;
@@ -67,6 +69,14 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
   // The trigger ticks count only while triggers are active and there is one per element.
   const bool triggered = triggersActive && triggerTimes.size() == n;
   const TimeValue* const at = triggerTimes.data();
+  // Every element's result depends on its own records alone, so ranges of elements can go to
+  // different threads.
+  const auto forRanges = [host](size_t count, auto&& fn) {
+    if (host)
+      host->ParallelFor(count, kPassGrain, fn);
+    else if (count > 0)
+      fn(size_t{0}, count);
+  };
 
   // An element's time from the triggers. The delay rule offsets this time, not what an earlier
   // group made of it, and computes it again rather than keeping a copy of every element's.
@@ -87,12 +97,14 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
     // decide what it shows while it waits.
     return static_cast<float>(r.reverse ? (base + 1) * tpf - t + a : (base - 1) * tpf - a + t);
   };
-  for (size_t i = 0; i < n; ++i) {
-    KelvaneTools::ElementFrameState& f = out[i];
-    f.time = fromTriggers(i);
-    f.removed = false;
-    f.matIdOverride = -1;
-  }
+  forRanges(n, [&](size_t begin, size_t end) {
+    for (size_t i = begin; i < end; ++i) {
+      KelvaneTools::ElementFrameState& f = out[i];
+      f.time = fromTriggers(i);
+      f.removed = false;
+      f.matIdOverride = -1;
+    }
+  });
   if (groups.empty()) return r;
 
   const float rateRatio =
@@ -110,16 +122,26 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
     const float limit = g.deleteDistance * g.deleteDistance;
     const bool useCurrentAge = g.trigger || !triggered;
     const bool waitForTrigger = triggered && g.trigger;
-    // The rule's mode is chosen once, outside the loop over its elements.
+    // The rule's mode is chosen once, outside the loop over its elements. A group lists each
+    // element once, so its ranges write disjoint records; only the distance queue, whose order
+    // is the group's, is filled on one thread.
+    const int32_t* const list = g.elements.data();
     auto each = [&](auto&& apply) {
-      for (const int32_t idx : g.elements) {
-        if (idx < 0 || idx >= count) continue;
-        const size_t i = size_t(idx);
-        if (mayBeRemoved && out[i].removed) continue;
-        // Triggered and due: kNotTriggered is later than any scene time.
-        if (waitForTrigger && at[i] > t) continue;
-        apply(out[i], i);
-      }
+      const auto range = [&](size_t begin, size_t end) {
+        for (size_t k = begin; k < end; ++k) {
+          const int32_t idx = list[k];
+          if (idx < 0 || idx >= count) continue;
+          const size_t i = size_t(idx);
+          if (mayBeRemoved && out[i].removed) continue;
+          // Triggered and due: kNotTriggered is later than any scene time.
+          if (waitForTrigger && at[i] > t) continue;
+          apply(out[i], i);
+        }
+      };
+      if (g.mode == kModeDelete && g.deleteByDistance)
+        range(0, g.elements.size());
+      else
+        forRanges(g.elements.size(), range);
     };
     switch (g.mode) {
       case kModeDelete:

@@ -15,6 +15,9 @@
 namespace KelvaneTools {
 struct ElementFrameState;
 }
+namespace kv::host {
+class Interface;
+}
 
 namespace kv {
 
@@ -121,13 +124,17 @@ struct PassResult {
 // (the sampling fields are left alone). `triggerTimes` holds each element's trigger tick, read
 // while triggers are active (a list of another length counts as inactive triggers). Groups apply
 // in list order, later groups winning; `distance` receives the elements that delete-by-
-// distance groups queue (cleared first). Element indices outside `frames` are ignored.
+// distance groups queue (cleared first). Element indices outside `frames` are ignored. With a
+// host, the elements are shared among its threads (each group's in turn); the results do not
+// depend on how.
+inline constexpr size_t kPassGrain = 8192;  // elements per range of the host's parallel-for
 PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const SceneTiming& scene,
                                const CacheTiming& cache, bool triggersActive,
                                std::span<const GroupRule> groups,
                                std::span<const TimeValue> triggerTimes,
                                std::vector<DistanceCheck>& distance,
-                               std::span<KelvaneTools::ElementFrameState> frames);
+                               std::span<KelvaneTools::ElementFrameState> frames,
+                               host::Interface* host = nullptr);
 
 // Distance deletion: every queued element whose position lies at a squared distance >= its
 // limit from `gizmoPos` is marked removed in `elements` (records with a `removed` field, such

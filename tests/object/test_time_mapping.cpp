@@ -1,9 +1,13 @@
 // Scene time to cache time, per-element times with triggers and group rules, unit factors.
 #include <gtest/gtest.h>
 
+#include <bit>
+#include <random>
 #include <vector>
 
 #include "cache/frame.h"
+#include "groups/fake_host.h"
+#include "host/standalone/scene.h"
 #include "object/time_mapping.h"
 #include "object/units.h"
 
@@ -335,6 +339,73 @@ TEST(Units, FactorsAndConversions) {
   EXPECT_EQ(kUnitFactors[2], 160900.0f);
   EXPECT_EQ(UnitScale(3, 3), 1.0f);
   EXPECT_EQ(UnitScale(-1, 1), 12.0f);
+}
+
+// A host that cuts the work into ranges of `grain` and runs them last first, on one thread: a
+// result that depended on the order of the ranges would show it every time.
+struct BackwardsHost : test::FakeInterface {
+  void ParallelFor(size_t n, size_t grain, host::RangeFn fn) override {
+    for (size_t end = n; end > 0;) {
+      const size_t begin = end > grain ? end - grain : 0;
+      fn(begin, end);
+      end = begin;
+    }
+  }
+};
+
+// Shared among threads, the pass gives exactly what it gives on one: every rule in order over
+// ranges of each group, and the distance queue in the group's order.
+TEST(ElementTimes, ThreadsChangeNothing) {
+  const int n = 5 * int(kPassGrain) + 123;
+  std::mt19937 gen(11);
+  Pass serial(n);
+  for (TimeValue& a : serial.at) a = gen() % 4 == 0 ? kNotTriggered : TimeValue(gen() % 3200);
+  // Overlapping groups of every mode, each listing a random part of the elements in order.
+  std::vector<std::vector<int32_t>> lists(6);
+  for (auto& l : lists)
+    for (int e = 0; e < n; ++e)
+      if (gen() % 3 == 0) l.push_back(e);
+  std::vector<GroupRule> g(6);
+  g[0].mode = kModeDelay, g[0].delay = 3;
+  g[1].mode = kModeSetMatId, g[1].matIndex = 2, g[1].trigger = false;
+  g[2].mode = kModeDelete, g[2].deleteByAge = true, g[2].deleteAge = 2;
+  g[2].deleteByDistance = true, g[2].deleteDistance = 2;
+  g[3].mode = kModeHoldOut, g[3].trigger = false;
+  g[4].mode = kModeSetFrame, g[4].frame = 4;
+  g[5].mode = kModeHoldIn;
+  for (size_t k = 0; k < g.size(); ++k) g[k].elements = lists[k];
+
+  standalone::Scene scene;
+  scene.SetThreadCount(2);
+  BackwardsHost backwards;
+  PlaybackSettings p;
+  for (const auto& [t, host] : {std::pair<TimeValue, host::Interface*>{800, &scene},
+                                {2400, &scene},
+                                {800, &backwards},
+                                {2400, &backwards}}) {
+    serial.Run(t, p, Cache(31, 30, n), true, g);
+    Pass shared = serial;
+    for (auto& f : shared.el) f = {};
+    ComputeElementTimes(t, p, kScene30, Cache(31, 30, n), true, g, shared.at, shared.dist,
+                        shared.el, host);
+    int removed = 0, tagged = 0;
+    for (size_t e = 0; e < size_t(n); ++e) {
+      const auto& a = serial.el[e];
+      const auto& b = shared.el[e];
+      ASSERT_EQ(std::bit_cast<uint32_t>(a.time), std::bit_cast<uint32_t>(b.time)) << e;
+      ASSERT_EQ(a.removed, b.removed) << e;
+      ASSERT_EQ(a.matIdOverride, b.matIdOverride) << e;
+      removed += a.removed;
+      tagged += a.matIdOverride >= 0;
+    }
+    ASSERT_EQ(shared.dist.size(), serial.dist.size());
+    for (size_t k = 0; k < serial.dist.size(); ++k)
+      EXPECT_EQ(shared.dist[k].element, serial.dist[k].element) << k;
+    // The rules did act on a good share of the elements.
+    EXPECT_GT(removed, n / 100);
+    EXPECT_GT(tagged, n / 5);
+    EXPECT_GT(serial.dist.size(), size_t(n / 100));
+  }
 }
 
 }  // namespace
