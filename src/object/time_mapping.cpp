@@ -84,23 +84,29 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
   const float start = p.StartTicks(scene);
   const int64_t base = r.reverse ? cache.LastSample() : 0;
   const float untriggered = static_cast<float>(base * tpf);
-  const auto fromTriggers = [&](size_t i) {
+  // The loops below hand their bodies to the host, so what those read lives in memory the
+  // compiler must assume a store to a record may change: each range copies it to its own
+  // locals first, which stay in registers.
+  const auto fromTriggers = [triggered, at, global, untriggered, t, start, base, tpf,
+                             graph = p.useGraph, reverse = r.reverse](size_t i) {
     if (!triggered) return global;
     const TimeValue a = at[i];
     if (a == kNotTriggered) return untriggered;
     if (a <= t) {
-      if (p.useGraph) return global;
+      if (graph) return global;
       const float since = static_cast<float>(a) - start;
-      return r.reverse ? since + global : global - since;
+      return reverse ? since + global : global - since;
     }
     // Not yet due: a time before the first (or past the last) sample, so the range rules
     // decide what it shows while it waits.
-    return static_cast<float>(r.reverse ? (base + 1) * tpf - t + a : (base - 1) * tpf - a + t);
+    return static_cast<float>(reverse ? (base + 1) * tpf - t + a : (base - 1) * tpf - a + t);
   };
-  forRanges(n, [&](size_t begin, size_t end) {
+  forRanges(n, [out, fromTriggers](size_t begin, size_t end) {
+    const auto timeOf = fromTriggers;
+    KelvaneTools::ElementFrameState* const records = out;
     for (size_t i = begin; i < end; ++i) {
-      KelvaneTools::ElementFrameState& f = out[i];
-      f.time = fromTriggers(i);
+      KelvaneTools::ElementFrameState& f = records[i];
+      f.time = timeOf(i);
       f.removed = false;
       f.matIdOverride = -1;
     }
@@ -128,14 +134,22 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
     const int32_t* const list = g.elements.data();
     auto each = [&](auto&& apply) {
       const auto range = [&](size_t begin, size_t end) {
+        // Copies, kept in registers (see above); `apply` captures what it reads by value.
+        const auto fn = apply;
+        KelvaneTools::ElementFrameState* const records = out;
+        const TimeValue* const ticks = at;
+        const int32_t* const ids = list;
+        const TimeValue now = t;
+        const int64_t total = count;
+        const bool skipRemoved = mayBeRemoved, onlyDue = waitForTrigger;
         for (size_t k = begin; k < end; ++k) {
-          const int32_t idx = list[k];
-          if (idx < 0 || idx >= count) continue;
+          const int32_t idx = ids[k];
+          if (idx < 0 || idx >= total) continue;
           const size_t i = size_t(idx);
-          if (mayBeRemoved && out[i].removed) continue;
+          if (skipRemoved && records[i].removed) continue;
           // Triggered and due: kNotTriggered is later than any scene time.
-          if (waitForTrigger && at[i] > t) continue;
-          apply(out[i], i);
+          if (onlyDue && ticks[i] > now) continue;
+          fn(records[i], i);
         }
       };
       if (g.mode == kModeDelete && g.deleteByDistance)
@@ -144,38 +158,44 @@ PassResult ComputeElementTimes(TimeValue t, const PlaybackSettings& p, const Sce
         forRanges(g.elements.size(), range);
     };
     switch (g.mode) {
-      case kModeDelete:
+      case kModeDelete: {
         mayBeRemoved |= g.deleteByAge;
-        each([&](KelvaneTools::ElementFrameState& f, size_t i) {
-          if (g.deleteByAge) {
+        const bool byAge = g.deleteByAge, byDistance = g.deleteByDistance;
+        const bool always = g.deleteAge == 0.0f, reverse = r.reverse;
+        std::vector<DistanceCheck>* const queue = &distance;
+        each([=](KelvaneTools::ElementFrameState& f, size_t i) {
+          if (byAge) {
             float age = useCurrentAge ? f.time : global;
-            if (r.reverse) age = length - age;
+            if (reverse) age = length - age;
             // An age of 0 removes every element of the group, even one not started yet; any
             // other age, negative ones too, is compared.
-            if (g.deleteAge == 0.0f || age >= ageTicks) f.removed = true;
+            if (always || age >= ageTicks) f.removed = true;
           }
-          if (g.deleteByDistance && !f.removed) distance.push_back({int32_t(i), limit});
+          if (byDistance && !f.removed) queue->push_back({int32_t(i), limit});
         });
         break;
+      }
       case kModeHoldIn:
-        each([&](KelvaneTools::ElementFrameState& f, size_t) { f.time = 0.0f; });
+        each([](KelvaneTools::ElementFrameState& f, size_t) { f.time = 0.0f; });
         break;
       case kModeHoldOut:
-        each([&](KelvaneTools::ElementFrameState& f, size_t) { f.time = length; });
+        each([length](KelvaneTools::ElementFrameState& f, size_t) { f.time = length; });
         break;
-      case kModeDelay:
-        each([&](KelvaneTools::ElementFrameState& f, size_t i) {
-          f.time = r.reverse ? fromTriggers(i) + delayTicks : fromTriggers(i) - delayTicks;
+      case kModeDelay: {
+        const float shift = r.reverse ? delayTicks : -delayTicks;
+        each([fromTriggers, shift](KelvaneTools::ElementFrameState& f, size_t i) {
+          f.time = fromTriggers(i) + shift;
         });
         break;
+      }
       case kModeSetFrame:
-        each([&](KelvaneTools::ElementFrameState& f, size_t) { f.time = frameTicks; });
+        each([frameTicks](KelvaneTools::ElementFrameState& f, size_t) { f.time = frameTicks; });
         break;
-      case kModeSetMatId:
-        each([&](KelvaneTools::ElementFrameState& f, size_t) {
-          f.matIdOverride = g.matIndex >= 0 ? g.matIndex : -1;
-        });
+      case kModeSetMatId: {
+        const int mat = g.matIndex >= 0 ? g.matIndex : -1;
+        each([mat](KelvaneTools::ElementFrameState& f, size_t) { f.matIdOverride = mat; });
         break;
+      }
       default:
         break;
     }
