@@ -457,6 +457,7 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
   const bool visibilityMatters = (!idle && mayLeave) || (invisibleTouches && anyInvisible);
   kv::PointRun* const runs = scratch.runs.data();
   const ElementFrameState* const st = states.data();
+  const uint32_t* const carried = scratch.faceLook.data();  // what each element's faces carry
   // The body is compiled once per mode so that the box test leaves the per-element work.
   const auto assemble = [&](size_t w0, size_t w1, auto box) {
     // Elements mostly share their samples: the last blocks looked up are kept at hand.
@@ -488,9 +489,14 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
       uint64_t live = ~scratch.removed.Word(w);
       if (width < 64) live &= (uint64_t{1} << width) - 1;
       uint64_t looked = scratch.looked.Word(w);
-      // No face of the word to look at: an element that plays the samples, fraction and
-      // blocks of the one before takes the short way (most of them).
-      const bool plainWord = !visibilityMatters && looked == 0;
+      // With visibility out of play an element's faces carry its material tag alone, and an
+      // element whose faces carry it already (most often none) and that plays the samples,
+      // fraction and blocks of the one before takes the short way (most of them).
+      const bool plainWord = !visibilityMatters;
+      const auto steady = [&](const ElementFrameState& r, int e) {
+        return r.matIdOverride < 0 ? !((looked >> (e & 63)) & 1)
+                                   : carried[e] == FaceLook(r.matIdOverride, false);
+      };
       if (plainWord && tmA && live == (width < 64 ? (uint64_t{1} << width) - 1 : ~uint64_t{0})) {
         // All of the word stays: walk it in order until an element needs more.
         const ElementFrameState* r = st + begin;
@@ -499,7 +505,7 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
         if (!r->interpolate) {
           const kv::Matrix3* m = tmA + begin;
           for (; j < width; ++j, ++r, ++run, ++m) {
-            if (r->sampleA != lastA || r->interpolate || r->matIdOverride >= 0) break;
+            if (r->sampleA != lastA || r->interpolate || !steady(*r, begin + j)) break;
             run->m = m;
             ids[count++] = begin + j;
           }
@@ -509,7 +515,7 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
           const uint32_t fraction = std::bit_cast<uint32_t>(weights.f);
           for (; j < width; ++j, ++r, ++run, ++pa, ++pb) {
             if (r->sampleA != lastPartsA || r->sampleB != lastB || !r->interpolate ||
-                std::bit_cast<uint32_t>(r->fraction) != fraction || r->matIdOverride >= 0)
+                std::bit_cast<uint32_t>(r->fraction) != fraction || !steady(*r, begin + j))
               break;
             blendA[blends] = pa;
             blendB[blends] = pb;
@@ -526,7 +532,7 @@ bool kvCacheReader::ReadFrame(kv::Mesh& out, std::span<ElementFrameState> states
       for (; live != 0; live &= live - 1) {
         const int e = begin + std::countr_zero(live);
         const ElementFrameState& r = st[e];
-        if (plainWord && r.matIdOverride < 0 && r.sampleA == lastA && tmA) {
+        if (plainWord && r.sampleA == lastA && tmA && steady(r, e)) {
           if (!r.interpolate) {
             runs[e].m = &tmA[e];
             ids[count++] = e;

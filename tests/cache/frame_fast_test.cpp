@@ -69,17 +69,20 @@ TEST(ReadFrameFast, EveryElementMatchesTheGeneralBlendOfItsSamples) {
   };
   // Then every element but one shares a time between samples, and every element but one a
   // time on a sample, with one material in a word: whole words play alike, and one odd element
-  // breaks a word's run.
+  // breaks a word's run. A material kept from one frame to the next (130 from round 5 on, 131
+  // in rounds 6 and 7) lets the run go on; one that goes away (130's in round 7) does not.
   const auto time = [&](int round, int e) {
-    if (round == 4) return (e == 100 ? 1.75f : 0.25f) * 160;
-    if (round == 5) return (e == 70 ? 2.5f : 1.0f) * 160;
+    if (round == 4 || round == 6) return (e == 100 ? 1.75f : 0.25f) * 160;
+    if (round == 5 || round == 7) return (e == 70 ? 2.5f : 1.0f) * 160;
     return positions[size_t(e + round) % std::size(positions)] * 160;
   };
   const auto material = [](int round, int e) {
-    return (round == 3 && e % 11 == 0) || (round == 4 && e == 101) || (round == 5 && e == 130) ? 5
-                                                                                               : -1;
+    return (round == 3 && e % 11 == 0) || (round == 4 && e == 101) ||
+                   (round >= 5 && round <= 6 && e == 130) || (round >= 6 && e == 131)
+               ? 5
+               : -1;
   };
-  for (int round = 0; round < 6; ++round) {
+  for (int round = 0; round < 8; ++round) {
     int keptVerts = 0;
     for (int e = 0; e < kElements; ++e) {
       ElementFrameState& r = st[size_t(e)];
