@@ -155,30 +155,37 @@ void BM_WholeEvaluation(benchmark::State& st) {
   Mesh mesh, uniformMesh;
   double whole = 0, assembly = 0, uniform = 0;
   int first = 0;
-  for (auto _ : st) {
+  // Thread time of a run of frames: `prepare(k)` untimed, then `play(k)` timed, for the run's
+  // k-th frame (its sample index).
+  const auto run = [&](auto&& prepare, auto&& play) {
+    double sum = 0;
     for (int k = 0; k < kRun; ++k) {
       const int sample = (first + k) % kSamples;
-      states = played[size_t(sample)];
+      prepare(sample);
       const double t0 = ThreadSeconds();
-      reader->ReadFrame(mesh, states, settings, scratch);
-      benchmark::DoNotOptimize(mesh.verts.data());
-      assembly += ThreadSeconds() - t0;
+      play(sample);
+      sum += ThreadSeconds() - t0;
     }
-    double took = 0;
-    for (int k = 0; k < kRun; ++k) {
-      const double t0 = ThreadSeconds();
-      s.obj->BuildMesh(((first + k) % kSamples) * 160);
-      benchmark::DoNotOptimize(s.obj->GetMesh().verts.data());
-      took += ThreadSeconds() - t0;
-    }
-    for (int k = 0; k < kRun; ++k) {
-      const float time = static_cast<float>(((first + k) % kSamples) * 160);
-      for (auto& e : states) e = {}, e.time = time;
-      const double t0 = ThreadSeconds();
-      reader->ReadFrame(uniformMesh, states, settings, uniformScratch);
-      benchmark::DoNotOptimize(uniformMesh.verts.data());
-      uniform += ThreadSeconds() - t0;
-    }
+    return sum;
+  };
+  const auto assemble = [&](Mesh& out, KelvaneTools::FrameScratch& memory) {
+    return [&, o = &out, m = &memory](int) {
+      reader->ReadFrame(*o, states, settings, *m);
+      benchmark::DoNotOptimize(o->verts.data());
+    };
+  };
+  for (auto _ : st) {
+    assembly += run([&](int k) { states = played[size_t(k)]; }, assemble(mesh, scratch));
+    const double took = run([](int) {},
+                            [&](int k) {
+                              s.obj->BuildMesh(k * 160);
+                              benchmark::DoNotOptimize(s.obj->GetMesh().verts.data());
+                            });
+    uniform += run(
+        [&](int k) {
+          for (auto& e : states) e = {}, e.time = static_cast<float>(k * 160);
+        },
+        assemble(uniformMesh, uniformScratch));
     first = (first + kRun) % kSamples;
     whole += took;
     st.SetIterationTime(took);
